@@ -1,0 +1,1 @@
+// Keeps the reader library non-empty while its modules are being written.

@@ -1,0 +1,77 @@
+// Trimming and the integer parse with a default; see strbasics.h for the rules.
+#include "strbasics.h"
+
+namespace {
+
+bool IsTrimmable(char C) { return static_cast<uint8_t>(C) <= 0x20; }
+
+int DigitValue(char C) {
+  if (C >= '0' && C <= '9') return C - '0';
+  if (C >= 'a' && C <= 'f') return C - 'a' + 10;
+  if (C >= 'A' && C <= 'F') return C - 'A' + 10;
+  return 99;
+}
+
+}  // namespace
+
+std::string TrimLeft(std::string_view AText) {
+  size_t First = 0;
+  while (First < AText.size() && IsTrimmable(AText[First])) ++First;
+  return std::string(AText.substr(First));
+}
+
+std::string TrimRight(std::string_view AText) {
+  size_t End = AText.size();
+  while (End > 0 && IsTrimmable(AText[End - 1])) --End;
+  return std::string(AText.substr(0, End));
+}
+
+std::string Trim(std::string_view AText) {
+  size_t First = 0;
+  size_t End = AText.size();
+  while (First < End && IsTrimmable(AText[First])) ++First;
+  while (End > First && IsTrimmable(AText[End - 1])) --End;
+  return std::string(AText.substr(First, End - First));
+}
+
+int32_t StrToIntDef(std::string_view AText, int32_t ADefault) {
+  if (AText.size() > 255) return ADefault;
+  size_t I = 0;
+  while (I < AText.size() && (AText[I] == ' ' || AText[I] == '\t')) ++I;
+  bool Negative = false;
+  if (I < AText.size() && (AText[I] == '+' || AText[I] == '-')) {
+    Negative = AText[I] == '-';
+    ++I;
+  }
+  unsigned Base = 10;
+  if (I < AText.size()) {
+    const char C = AText[I];
+    if (C == '$' || C == 'x' || C == 'X') {
+      Base = 16;
+      ++I;
+    } else if (C == '0' && I + 1 < AText.size() && (AText[I + 1] == 'x' || AText[I + 1] == 'X')) {
+      Base = 16;
+      I += 2;
+    } else if (C == '&') {
+      Base = 8;
+      ++I;
+    } else if (C == '%') {
+      Base = 2;
+      ++I;
+    }
+  }
+  if (I >= AText.size()) return ADefault;  // no digits at all
+
+  // Decimal may reach 2147483648 only when negative; prefixed forms take all 32 bits.
+  const uint64_t Limit = Base == 10 ? (Negative ? 2147483648ULL : 2147483647ULL) : 0xFFFFFFFFULL;
+  uint64_t Value = 0;
+  for (; I < AText.size(); ++I) {
+    const int Digit = DigitValue(AText[I]);
+    if (Digit >= static_cast<int>(Base)) return ADefault;
+    Value = Value * Base + static_cast<uint64_t>(Digit);
+    if (Value > Limit) return ADefault;
+  }
+  uint32_t Bits = static_cast<uint32_t>(Value);
+  if (Negative) Bits = 0U - Bits;
+  return static_cast<int32_t>(Bits);
+}

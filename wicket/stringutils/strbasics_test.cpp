@@ -1,0 +1,41 @@
+#include "strbasics.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+
+using namespace std::string_literals;
+
+TEST(Trim, RemovesControlBytesAndBlanksAtTheEndsOnly) {
+  EXPECT_EQ(Trim("\x01 \t a b \r\n\x00"s), "a b");
+  EXPECT_EQ(Trim(" \x20\x1f"), "");
+  EXPECT_EQ(Trim(""), "");
+  EXPECT_EQ(Trim("\x7f"), "\x7f");  // DEL is above 0x20 and stays
+  EXPECT_EQ(TrimLeft("  a  "), "a  ");
+  EXPECT_EQ(TrimRight("  a  "), "  a");
+}
+
+TEST(StrToIntDef, ReadsEveryNumberForm) {
+  struct Case {
+    std::string Text;
+    int32_t Want;
+  } Cases[] = {
+      {"12", 12},         {"  \t12", 12},       {"+12", 12},           {"-12", -12},
+      {"007", 7},         {"$0C", 12},          {"$0c", 12},           {"x1F", 31},
+      {"X1f", 31},        {"0x10", 16},         {"0X10", 16},          {"&17", 15},
+      {"%101", 5},        {"-$10", -16},        {"2147483647", INT_MAX}, {"-2147483648", INT_MIN},
+      {"$FFFFFFFF", -1},  {"$80000000", INT_MIN}, {"%11111111111111111111111111111111", -1},
+  };
+  for (const auto& C : Cases) EXPECT_EQ(StrToIntDef(C.Text, 99), C.Want) << C.Text;
+}
+
+TEST(StrToIntDef, GivesTheDefaultForAnythingElse) {
+  const std::string Bad[] = {
+      "",          " ",         "-",          "$",           "0x",         "12 ",
+      "12 blue",   "1.5",       "2147483648", "-2147483649", "$100000000", "&8",
+      "%2",        "abc",       "+-1",        "1\n",         "--1",
+      std::string(256, '1'),  // over the length limit even with leading zeros
+  };
+  for (const auto& Text : Bad) EXPECT_EQ(StrToIntDef(Text, 7), 7) << Text;
+  EXPECT_EQ(StrToIntDef(std::string(254, '0') + "5", 7), 5);  // 255 bytes is still fine
+}
