@@ -1,0 +1,6 @@
+// The chief header of the Wicket door library: an application includes this one header to get
+// the caller's session, its state and hooks, output, keys and dialogues.
+#pragma once
+
+#include "doordefaults.h"
+#include "doorstate.h"
