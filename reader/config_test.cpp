@@ -1,0 +1,210 @@
+#include "config.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <stdexcept>
+
+#include "testsupport.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+// Every setting at once, so that a test states the whole outcome of a file.
+struct TSettings {
+  std::string Url, Skin;
+  int32_t FeedBg, Title, Date, Body, Command;
+  bool Exit;
+  int32_t Page, PageBg, Max;
+  bool operator==(const TSettings&) const = default;
+};
+
+TSettings Current() {
+  return {FeedUrl,      SkinFile,    FeedBgColor, TitleColor,  DateColor, BodyTextColor,
+          CommandColor, ExitOnEnter, PageColor,   PageBgColor, MaxItems};
+}
+
+std::ostream& operator<<(std::ostream& AOut, const TSettings& A) {
+  return AOut << "{" << A.Url << "|" << A.Skin << "|" << A.FeedBg << "," << A.Title << "," << A.Date << ","
+              << A.Body << "," << A.Command << "," << A.Exit << "," << A.Page << "," << A.PageBg << ","
+              << A.Max << "}";
+}
+
+const TSettings PRESETS = {"", "", 7, 15, 11, 14, 14, false, 15, 1, 50};
+
+// Writes AContent as a settings file and loads it through LoadConfig.
+TSettings Load(const std::string& AContent) {
+  TTempDir Dir;
+  const auto Path = Dir.Path / "tamblin.cfg";
+  WriteWholeFile(Path, AContent);
+  LoadConfig(Path.string());
+  return Current();
+}
+
+std::string Lines(std::initializer_list<std::string> ALines, const std::string& AEnd = "\n") {
+  std::string Text;
+  for (const auto& Line : ALines) Text += Line + AEnd;
+  return Text;
+}
+
+const std::string FULL_FILE = Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y", "6",
+                                     "0", "20", "ignored twelfth line"});
+const TSettings FULL = {"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 6, 0, 20};
+
+}  // namespace
+
+TEST(LoadConfig, ShortFilesKeepThePresetsOfTheLinesTheyLack) {
+  TSettings OneLine = PRESETS;
+  OneLine.Url = "http://x/feed";
+  EXPECT_EQ(Load("  http://x/feed  "), OneLine);  // no line end at the end, trimmed
+  EXPECT_EQ(Load(""), PRESETS);
+
+  TSettings Ten = FULL;
+  Ten.Max = 50;
+  EXPECT_EQ(Load(Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "y", "6", "0"})), Ten);
+
+  TSettings Eight = FULL;
+  Eight.Page = 15;
+  Eight.PageBg = 1;
+  Eight.Max = 50;
+  EXPECT_EQ(Load(Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y"})), Eight);
+  EXPECT_EQ(Load(FULL_FILE), FULL);
+}
+
+TEST(LoadConfig, BadNumbersFallBackLineByLine) {
+  // A present line without a valid number: lines 3-7 fall back to their preset, lines 9-11
+  // to 7, and the lines after it are still read.
+  const std::string AllBad =
+      Lines({"u", "s", "blue", "", "12 blue", "1.5", "0x", "YES", "", "abc", "99999999999"});
+  EXPECT_EQ(Load(AllBad), (TSettings{"u", "s", 7, 15, 11, 14, 14, false, 7, 7, 7}));
+  EXPECT_EQ(Load(Lines({"u", "s", "x", "2", "3", "4", "5", "n", "6", "0", ""})),
+            (TSettings{"u", "s", 7, 2, 3, 4, 5, false, 6, 0, 7}));
+}
+
+TEST(LoadConfig, ReadsEveryNumberFormAfterTrimming) {
+  struct Case {
+    std::string Line;
+    int32_t Want;
+  } Cases[] = {
+      {" 12 ", 12},
+      {"\t12\x01", 12},
+      {"$0C", 12},
+      {"0x0c", 12},
+      {"X0C", 12},
+      {"&14", 12},
+      {"%1100", 12},
+      {"+12", 12},
+      {"-1", -1},
+      {"$FFFFFFFF", -1},
+      {"270", 270},
+      {"2147483647", INT_MAX},
+      {"-2147483648", INT_MIN},
+      {"2147483648", 7},
+      {"$100000000", 7},
+      {"1 2", 7},
+      {"12h", 7},
+      {std::string(256, '1'), 7},
+  };
+  for (const auto& C : Cases) {
+    // Line 11 uses the fallback 7, as a bad colour of line 3 does.
+    const auto Got = Load(Lines({"u", "s", C.Line, "2", "3", "4", "5", "n", "6", "0", C.Line}));
+    EXPECT_EQ(Got.FeedBg, C.Want) << C.Line;
+    EXPECT_EQ(Got.Max, C.Want) << C.Line;
+  }
+}
+
+TEST(LoadConfig, OnlyAYTurnsExitOnEnterOn) {
+  struct Case {
+    std::string Line;
+    bool Want;
+  } Cases[] = {{"Y", true},  {"y", true},  {"  y  ", true}, {"\ty\x01", true}, {"YES", false},
+               {"1", false}, {"N", false}, {"", false},     {"y y", false},    {"\xC3\xBD", false}};
+  for (const auto& C : Cases)
+    EXPECT_EQ(Load(Lines({"u", "s", "1", "2", "3", "4", "5", C.Line})).Exit, C.Want) << C.Line;
+}
+
+TEST(LoadConfig, LineEndsCountTheSameInEveryForm) {
+  const std::vector<std::string> Values = {
+      "http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y", "6", "0", "20"};
+  for (const std::string End : {"\n", "\r", "\r\n"}) {
+    std::string Text;
+    for (const auto& V : Values) Text += V + End;
+    EXPECT_EQ(Load(Text), FULL) << "line end " << int(End[0]) << "/" << End.size();
+    Text.resize(Text.size() - End.size());  // the last line needs no line end
+    EXPECT_EQ(Load(Text), FULL);
+  }
+  // Mixed ends in one file.
+  EXPECT_EQ(Load("http://example.com/rss\rblue.ans\r\n1\n2\r3\r\n4\n5\rY\n6\r\n0\r20"), FULL);
+  // LF CR is two line ends: the empty line between shifts every later setting by one.
+  EXPECT_EQ(Load("http://x\n\rskin\n1\n"), (TSettings{"http://x", "", 7, 1, 11, 14, 14, false, 15, 1, 50}));
+  // An empty line keeps its place.
+  EXPECT_EQ(Load("\n\n3\n"), (TSettings{"", "", 3, 15, 11, 14, 14, false, 15, 1, 50}));
+}
+
+TEST(LoadConfig, ByteOrderMarksAreDecodedAndNotPartOfLineOne) {
+  auto Utf16 = [](const std::u16string& AText, bool ABigEndian) {
+    std::string Bytes = ABigEndian ? "\xFE\xFF" : "\xFF\xFE";
+    for (const char16_t Unit : AText) {
+      const char Hi = static_cast<char>(Unit >> 8), Lo = static_cast<char>(Unit & 0xFF);
+      Bytes += ABigEndian ? Hi : Lo;
+      Bytes += ABigEndian ? Lo : Hi;
+    }
+    return Bytes;
+  };
+  const std::u16string Text =
+      u"http://example.com/caf\u00e9\r\nsk\U0001F600.ans\r\n$0C\r\n\r\n\r\n\r\n\r\n y\r\n";
+  TSettings Want = PRESETS;
+  Want.Url = "http://example.com/caf\xC3\xA9";  // UTF-16 text becomes UTF-8
+  Want.Skin = "sk\xF0\x9F\x98\x80.ans";
+  Want.FeedBg = 12;
+  Want.Title = 15;
+  Want.Exit = true;
+  EXPECT_EQ(Load(Utf16(Text, false)), Want);
+  EXPECT_EQ(Load(Utf16(Text, true)), Want);
+  EXPECT_EQ(Load("\xEF\xBB\xBFhttp://example.com/caf\xC3\xA9\nsk\xF0\x9F\x98\x80.ans\n$0C\n\n\n\n\ny"), Want);
+
+  // Without a mark the bytes stand as they are, a mark-like sequence later on included.
+  EXPECT_EQ(Load("\xEF\xBB\xBF\xEF\xBB\xBFu\n").Url, "\xEF\xBB\xBFu");
+  EXPECT_EQ(Load("u\xFF\xFE\n").Url, "u\xFF\xFE");
+  // A lone surrogate becomes U+FFFD; an odd last byte is dropped.
+  EXPECT_EQ(Load("\xFF\xFE"
+                 "a\0\x00\xD8"
+                 "b\0x"s)
+                .Url,
+            "a\xEF\xBF\xBD"
+            "b");
+  EXPECT_EQ(Load("\xFE\xFF").Url, "");
+}
+
+TEST(LoadConfig, KeepsZeroBytesAndHighBytesInsideText) {
+  EXPECT_EQ(Load("\x01http://a\0b\xE9\x1A/ \x00\n"s).Url, "http://a\0b\xE9\x1A/"s);
+}
+
+TEST(LoadConfig, StartsFromThePresetsOnEveryCall) {
+  Load(FULL_FILE);
+  EXPECT_EQ(Load("http://only\n"), (TSettings{"http://only", "", 7, 15, 11, 14, 14, false, 15, 1, 50}));
+}
+
+TEST(LoadConfig, FailsWithTheSystemsReasonWhenTheFileCannotBeRead) {
+  TTempDir Dir;
+  struct Case {
+    std::string Name;
+    std::string Want;
+  } Cases[] = {
+      {(Dir.Path / "missing.cfg").string(),
+       "Unable to open file \"" + (Dir.Path / "missing.cfg").string() + "\": No such file or directory"},
+      {"", "Unable to open file \"\": No such file or directory"},
+      {Dir.Path.string(), "Unable to open file \"" + Dir.Path.string() + "\": Is a directory"},
+  };
+  for (const auto& C : Cases) {
+    Load(FULL_FILE);
+    try {
+      LoadConfig(C.Name);
+      ADD_FAILURE() << "no failure for " << C.Name;
+    } catch (const std::runtime_error& E) {
+      EXPECT_EQ(std::string(E.what()), C.Want);
+    }
+    EXPECT_EQ(Current(), PRESETS) << "a failed load leaves the presets, not the last file";
+  }
+}

@@ -1,1 +1,0 @@
-// Keeps the reader library non-empty while its modules are being written.
