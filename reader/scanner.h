@@ -1,0 +1,40 @@
+// The feed item scanner: the response body turned into items by plain, exact tag search.
+// No XML is parsed: "<item>" and "</item>" bound an item wherever they stand, and inside it
+// the first "<title>", "<description>", "<link>" and "<pubDate>" with their closing tags give
+// the fields. This module owns the feed text and the items the main program shows.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// One feed item. Title, Description and Link are cleaned to 7-bit text and trimmed;
+// PubDate is only trimmed and stays as the feed wrote it. Link is kept but shown nowhere.
+struct TRSSItem {
+  std::string Title;
+  std::string Description;
+  std::string Link;
+  std::string PubDate;
+  bool operator==(const TRSSItem&) const = default;
+};
+
+// The response body as fetched; the main program stores it before the scan.
+extern std::string RSSText;
+// The body's lines, filled by the scan; the main program may release it when it is done.
+extern std::vector<std::string> Feed;
+// The items in feed order, and their number (always Items.size() after a scan).
+extern std::vector<TRSSItem> Items;
+extern int32_t ItemCount;
+
+// The bytes between the first "<" ATag ">" in ASource and the first "</" ATag ">" behind it.
+// Empty when the opening tag is missing, when no closing tag follows it, or when nothing
+// stands between them. Tags match byte for byte and with their case; an opening tag with
+// attributes is not found.
+std::string ExtractTagValue(std::string_view ASource, std::string_view ATag);
+
+// The scan of the main program: splits RSSText into Feed (CR, LF and CR LF each end a
+// line), searches the lines joined with LF, and fills Items and ItemCount with every
+// complete item in feed order until ItemCount reaches MaxItems. With MaxItems 0 or less
+// the first item is still taken. An item whose "</item>" is missing ends the scan.
+void ScanFeedItems();
