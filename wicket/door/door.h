@@ -3,4 +3,6 @@
 #pragma once
 
 #include "doordefaults.h"
+#include "doorinput.h"
+#include "dooroutput.h"
 #include "doorstate.h"

@@ -1,0 +1,298 @@
+// Door output: DoorWrite with its pipe and Seth codes, the screen and colour operations built
+// on it, and the line-by-line file displays. This module owns the choice of destination for
+// the caller's bytes: the link in socket mode, standard output in stdio mode, never both.
+#include "dooroutput.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "ansi/ansi.h"
+#include "comm/comm.h"
+#include "console/console.h"
+#include "crt2/crt2.h"
+#include "doorinput.h"
+#include "doorstate.h"
+#include "stringutils/stringutils.h"
+
+namespace {
+
+constexpr char FBacktick = '`';
+
+// The prompt of the key pause and what wipes its eight cells afterwards.
+constexpr std::string_view FKeyPausePrompt = "`r0  `2<`0MORE`2>";
+constexpr std::string_view FKeyPauseWipe = "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b\b\b";
+// A bar turning in one cell: each step shows a character, waits 100 ms and backs up.
+constexpr std::string_view FSpinner = "|`w`d\\`w`d-`w`d/`w`d|`w`d\\`w`d-`w`d/`w`d|`w`d `d";
+
+void Pause(int AMs) { std::this_thread::sleep_for(std::chrono::milliseconds(AMs)); }
+
+void KeyPause() {
+  DoorWrite(FKeyPausePrompt);
+  DoorReadKey();
+  DoorWrite(FKeyPauseWipe);
+}
+
+// Carries out the Seth code ACode (the byte after the backtick); false when it is no code of
+// the table. The background code, which needs a third byte, is handled by the walk.
+bool RunSethCode(char ACode) {
+  switch (ACode) {
+    case '1':
+    case '2':
+    case '3':
+    case '4':
+    case '5':
+    case '6':
+    case '7':
+    case '8':
+    case '9':
+      DoorTextColourAndBlink(static_cast<uint8_t>(ACode - '0'), false);
+      return true;
+    case '0':
+      DoorTextColourAndBlink(10, false);
+      return true;
+    case '!':
+      DoorTextColourAndBlink(11, false);
+      return true;
+    case '@':
+      DoorTextColourAndBlink(12, false);
+      return true;
+    case '#':
+      DoorTextColourAndBlink(13, false);
+      return true;
+    case '$':
+      DoorTextColourAndBlink(14, false);
+      return true;
+    case '%':
+      DoorTextColourAndBlink(15, false);
+      return true;
+    case '*':
+      DoorTextColourAndBlink(0, false);
+      return true;
+    case 'b':
+      DoorTextColourAndBlink(4, true);
+      return true;
+    case 'y':
+      DoorTextColourAndBlink(14, true);
+      return true;
+    case 'c':
+      DoorTextAttr(7);
+      DoorClrScr();
+      DoorWrite("\r\n\r\n");
+      return true;
+    case 'd':
+      DoorWrite("\b");
+      return true;
+    case 'k':
+      KeyPause();
+      return true;
+    case 'l':
+      Pause(500);
+      return true;
+    case 'w':
+      Pause(100);
+      return true;
+    case 'x':
+      DoorWrite(" ");
+      return true;
+    case '\\':
+      DoorWrite("\r\n");
+      return true;
+    case '|':
+      DoorWrite(FSpinner);
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Writes the text piece by piece, carrying out each Seth code where it stands.
+void SethWalk(std::string_view AText) {
+  while (!AText.empty()) {
+    const size_t First = AText.find(FBacktick);
+    if (First == std::string_view::npos) {
+      DoorWrite(AText);
+      return;
+    }
+    if (First > 0) {
+      DoorWrite(AText.substr(0, First));
+      AText.remove_prefix(First);
+    }
+    while (!AText.empty() && AText.front() == FBacktick) {
+      if (AText.size() == 1) {
+        AText = {};  // a trailing backtick is dropped
+      } else if (RunSethCode(AText[1])) {
+        AText.remove_prefix(2);
+      } else if (AText.size() >= 3 && AText[1] == 'r') {
+        if (AText[2] >= '0' && AText[2] <= '7') DoorTextBackground(static_cast<uint8_t>(AText[2] - '0'));
+        AText.remove_prefix(3);
+      } else {
+        AText.remove_prefix(2);  // an unknown code is swallowed
+      }
+    }
+  }
+}
+
+// The failure words shown to the caller: the two everyday cases in plain words, the rest in
+// the system's own.
+std::string FailureText(int AError) {
+  switch (AError) {
+    case ENOENT:
+      return "File not found";
+    case EACCES:
+    case EPERM:
+      return "Access denied";
+    default:
+      return std::strerror(AError);
+  }
+}
+
+struct TFileCloser {
+  void operator()(std::FILE* AFile) const { std::fclose(AFile); }
+};
+
+// Reads a text file by lines of any length: CR, LF and CR LF each end a line, also across
+// the reader's block boundaries; every other byte, 0x1A and 0x00 included, is text.
+struct TLineReader {
+  std::unique_ptr<std::FILE, TFileCloser> File;
+  char Block[65536];
+  size_t Pos = 0;
+  size_t Len = 0;
+  bool Ended = false;
+  int Error = 0;  // errno of a failed read, 0 while all is well
+};
+
+// True when a byte is waiting in the block, reading the next block if needed.
+bool HaveByte(TLineReader& AReader) {
+  if (AReader.Pos < AReader.Len) return true;
+  if (AReader.Ended || AReader.Error != 0) return false;
+  AReader.Pos = 0;
+  AReader.Len = std::fread(AReader.Block, 1, sizeof AReader.Block, AReader.File.get());
+  if (AReader.Len > 0) return true;
+  if (std::ferror(AReader.File.get()))
+    AReader.Error = errno != 0 ? errno : EIO;
+  else
+    AReader.Ended = true;
+  return false;
+}
+
+// The next line, without its line end. Called only when HaveByte has said so.
+std::string ReadLine(TLineReader& AReader) {
+  std::string Line;
+  while (HaveByte(AReader)) {
+    const char* Start = AReader.Block + AReader.Pos;
+    const size_t Avail = AReader.Len - AReader.Pos;
+    size_t Run = 0;
+    while (Run < Avail && Start[Run] != '\r' && Start[Run] != '\n') ++Run;
+    Line.append(Start, Run);
+    AReader.Pos += Run;
+    if (Run < Avail) {
+      const char End = AReader.Block[AReader.Pos++];
+      if (End == '\r' && HaveByte(AReader) && AReader.Block[AReader.Pos] == '\n') ++AReader.Pos;
+      break;
+    }
+  }
+  return Line;
+}
+
+void ReportFileFailure(const std::string& AFileName, int AError) {
+  DoorWriteLn("Error reading \"" + AFileName + "\": " + FailureText(AError));
+  DoorWriteLn("Hit a key to continue");
+  DoorReadKey();
+}
+
+}  // namespace
+
+void DoorWrite(std::string_view AText) {
+  std::string Converted;
+  if (DoorSession.PipeWrite && !DisplayingSixel && AText.size() >= 3 &&
+      AText.find('|') != std::string_view::npos) {
+    Converted = PipeToAnsi(AText);
+    AText = Converted;
+  }
+  if (DoorSession.SethWrite && !DisplayingSixel && AText.size() >= 2 &&
+      AText.find(FBacktick) != std::string_view::npos) {
+    SethWalk(AText);
+    return;
+  }
+  if (AText.empty()) return;
+  // Standard output through the console layer, which passes the bytes on unchanged and in
+  // order with its own output, and follows them in its shadow of the screen.
+  if (StdIO)
+    ConsoleWriteRaw(AText);
+  else
+    CommWrite(AText);
+}
+
+void DoorWriteLn() { DoorWrite("\r\n"); }
+
+void DoorWriteLn(std::string_view AText) {
+  std::string Line(AText);
+  Line += "\r\n";
+  DoorWrite(Line);
+}
+
+void DoorWriteCentered(std::string_view AText) {
+  const size_t Width = DoorSession.SethWrite ? SethStrip(AText).size() : AText.size();
+  const int Column = Width >= 80 ? 0 : static_cast<int>((80 - Width) / 2);
+  DoorGotoX(static_cast<uint8_t>(Column));
+  DoorWrite(AText);
+}
+
+void DoorClrScr() { DoorWrite(AnsiClrScr()); }
+void DoorCursorDown(uint8_t ACount) { DoorWrite(AnsiCursorDown(ACount)); }
+void DoorCursorLeft(uint8_t ACount) { DoorWrite(AnsiCursorLeft(ACount)); }
+void DoorCursorRight(uint8_t ACount) { DoorWrite(AnsiCursorRight(ACount)); }
+void DoorCursorUp(uint8_t ACount) { DoorWrite(AnsiCursorUp(ACount)); }
+void DoorCursorSave() { DoorWrite(AnsiCursorSave()); }
+void DoorCursorRestore() { DoorWrite(AnsiCursorRestore()); }
+void DoorGotoX(uint8_t AX) { DoorWrite(AnsiGotoX(AX)); }
+void DoorGotoY(uint8_t AY) { DoorWrite(AnsiGotoY(AY)); }
+void DoorGotoXY(uint8_t AX, uint8_t AY) { DoorWrite(AnsiGotoXY(AX, AY)); }
+
+void DoorTextAttr(uint8_t AAttr) {
+  SetTextAttr(AAttr);
+  DoorWrite(AnsiTextAttr(AAttr));
+}
+
+void DoorTextBackground(uint8_t AColour) {
+  SetTextBackground(AColour);
+  DoorWrite(AnsiTextBackground(AColour));
+}
+
+void DoorTextColour(uint8_t AColour) {
+  SetTextColour(AColour);
+  DoorWrite(AnsiTextColour(AColour));
+}
+
+void DoorTextColourAndBlink(uint8_t AColour, bool ABlink) {
+  SetTextColour(AColour);
+  DoorWrite(AnsiTextColour(AColour));
+  DoorWrite(AnsiBlink(ABlink));
+}
+
+void DoorDisplayFile(const std::string& AFileName) {
+  auto Reader = std::make_unique<TLineReader>();
+  errno = 0;
+  Reader->File.reset(std::fopen(AFileName.c_str(), "rb"));
+  if (!Reader->File) {
+    ReportFileFailure(AFileName, errno != 0 ? errno : EIO);
+    return;
+  }
+  while (HaveByte(*Reader)) {
+    const std::string Line = ReadLine(*Reader);
+    if (Reader->Error != 0) break;
+    DoorWrite(Line);
+    if (HaveByte(*Reader)) DoorWriteLn();
+  }
+  if (Reader->Error != 0) ReportFileFailure(AFileName, Reader->Error);
+}
+
+void DoorDisplaySixel(const std::string& AFileName) {
+  DisplayingSixel = true;
+  DoorDisplayFile(AFileName);
+  DisplayingSixel = false;
+}
