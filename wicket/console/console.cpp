@@ -1,0 +1,602 @@
+// The local console's start and end, its terminal mode, and its output side: text output with
+// wrap and scrolling, cursor, window, clearing and line operations, all mirrored in `ConsoleBuf`.
+// It owns the saved termios and puts it back on every way out of the process, and it keeps a
+// model of the terminal's own cursor and colours so that only the sequences that change
+// something are sent.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "consoleinternal.h"
+
+uint8_t TextAttr = 7;
+int32_t WindMinX = 1, WindMinY = 1, WindMaxX = 80, WindMaxY = 25;
+int32_t ScreenWidth = 80, ScreenHeight = 25;
+TCharInfo* ConsoleBuf = nullptr;
+bool OutputRedir = false, InputRedir = false;
+
+TConsoleCore ConsoleCore;
+
+static bool FStarted = false;
+static int32_t FDepth = 0;
+static std::string FOut;
+
+// The terminal mode found at start; FRawActive while the terminal is in our raw mode.
+static volatile sig_atomic_t FRawActive = 0;
+static int FRawFd = -1;
+static struct termios FSavedTermios;
+static std::terminate_handler FOldTerminate = nullptr;
+
+static const uint8_t kAnsiDigit[8] = {0, 4, 2, 6, 1, 5, 3, 7};  // PC colour to ANSI colour digit
+static const size_t kOutBufferSize = 1024;
+static const int32_t kMaxScreenSide = 255;  // positions travel as bytes
+static const int kCursorReportWaitMs = 1000;
+
+// ---------------------------------------------------------------------------------------------
+// Descriptor 1
+
+static void WriteAll(const char* AData, size_t ASize) {
+  size_t Done = 0;
+  while (Done < ASize) {
+    ssize_t N = write(1, AData + Done, ASize - Done);
+    if (N > 0) {
+      Done += static_cast<size_t>(N);
+    } else if (N < 0 && errno == EINTR) {
+      continue;
+    } else if (N < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      // A descriptor left non-blocking by whoever started us: wait the way a blocking write would.
+      struct pollfd P = {1, POLLOUT, 0};
+      poll(&P, 1, -1);
+    } else {
+      return;  // the reader has gone; the console's operations do not fail
+    }
+  }
+}
+
+static void Flush() {
+  if (FOut.empty()) return;
+  WriteAll(FOut.data(), FOut.size());
+  FOut.clear();
+}
+
+void ConsoleFlushOutput() { Flush(); }
+
+void ConsoleEmit(std::string_view ABytes) {
+  FOut.append(ABytes);
+  if (FOut.size() >= kOutBufferSize) Flush();
+}
+
+static void EmitNumber(int32_t AValue) { ConsoleEmit(std::to_string(AValue)); }
+
+static void EmitCursorPosition(int32_t AX, int32_t AY) {
+  ConsoleEmit("\x1b[");
+  EmitNumber(AY);
+  ConsoleEmit(";");
+  EmitNumber(AX);
+  ConsoleEmit("H");
+}
+
+// What the terminal is sent for a cell: control bytes would make the terminal act instead of
+// paint, and the tracked cursor would part from the real one.
+static char Glyph(uint8_t ACh) {
+  if (ACh == 0) return ' ';
+  if (ACh < 0x20 || ACh == 0x7F) return '?';
+  return static_cast<char>(ACh);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Terminal mode and the ways out of the process
+
+void ConsoleRestoreTerminal() {
+  if (!FRawActive) return;
+  FRawActive = 0;
+  tcsetattr(FRawFd, TCSANOW, &FSavedTermios);
+}
+
+void ConsoleDone() {
+  if (FStarted) Flush();
+  ConsoleRestoreTerminal();
+}
+
+static void OnTerminate() {
+  ConsoleDone();
+  if (FOldTerminate != nullptr) FOldTerminate();
+  std::abort();
+}
+
+static void OnFatalSignal(int ASignal) {
+  ConsoleRestoreTerminal();
+  // The disposition was reset on entry (SA_RESETHAND); the signal is blocked until we return,
+  // and then ends the process as it would have without us.
+  raise(ASignal);
+}
+
+static void InstallExitGuards() {
+  FOldTerminate = std::set_terminate(OnTerminate);
+  for (int Sig : {SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
+    struct sigaction Old;
+    if (sigaction(Sig, nullptr, &Old) != 0) continue;
+    if ((Old.sa_flags & SA_SIGINFO) != 0 || Old.sa_handler != SIG_DFL) continue;
+    struct sigaction Act;
+    std::memset(&Act, 0, sizeof(Act));
+    Act.sa_handler = OnFatalSignal;
+    sigemptyset(&Act.sa_mask);
+    Act.sa_flags = SA_RESETHAND;
+    sigaction(Sig, &Act, nullptr);
+  }
+}
+
+static bool EnterRawMode() {
+  struct termios Raw;
+  if (tcgetattr(1, &FSavedTermios) != 0) return false;
+  Raw = FSavedTermios;
+  Raw.c_iflag &= ~static_cast<tcflag_t>(IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON);
+  Raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+  Raw.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL | ICANON | ISIG | IEXTEN);
+  Raw.c_cflag &= ~static_cast<tcflag_t>(CSIZE | PARENB);
+  Raw.c_cflag |= CS8;
+  Raw.c_cc[VMIN] = 1;
+  Raw.c_cc[VTIME] = 0;
+  FRawFd = 1;
+  FRawActive = 1;
+  if (tcsetattr(1, TCSANOW, &Raw) != 0) {
+    FRawActive = 0;
+    return false;
+  }
+  return true;
+}
+
+// Finds ESC "[" row ";" column "R" in ABytes; on success the report is cut out of ABytes.
+static bool TakeCursorReport(std::string& ABytes, int32_t& AX, int32_t& AY) {
+  for (size_t Start = ABytes.find('\x1b'); Start != std::string::npos;
+       Start = ABytes.find('\x1b', Start + 1)) {
+    size_t I = Start + 1;
+    if (I >= ABytes.size() || ABytes[I] != '[') continue;
+    ++I;
+    int32_t Values[2] = {0, 0};
+    bool Ok = true;
+    for (int K = 0; K < 2 && Ok; ++K) {
+      size_t Digits = 0;
+      while (I < ABytes.size() && ABytes[I] >= '0' && ABytes[I] <= '9' && Digits < 6) {
+        Values[K] = Values[K] * 10 + (ABytes[I] - '0');
+        ++I;
+        ++Digits;
+      }
+      char Expected = K == 0 ? ';' : 'R';
+      Ok = Digits > 0 && I < ABytes.size() && ABytes[I] == Expected;
+      ++I;
+    }
+    if (!Ok) continue;
+    AY = Values[0];
+    AX = Values[1];
+    ABytes.erase(Start, I - Start);
+    return true;
+  }
+  return false;
+}
+
+// Asks the terminal where its cursor is. Bytes that arrive around the report are keys.
+static bool AskCursor(int32_t& AX, int32_t& AY) {
+  WriteAll("\x1b[6n", 4);
+  std::string Got;
+  bool Found = false;
+  auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kCursorReportWaitMs);
+  while (!Found) {
+    auto Left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Deadline - std::chrono::steady_clock::now());
+    if (Left.count() <= 0) break;
+    struct pollfd P = {0, POLLIN, 0};
+    int R = poll(&P, 1, static_cast<int>(Left.count()));
+    if (R < 0 && errno == EINTR) continue;
+    if (R <= 0) break;
+    char Buf[256];
+    ssize_t N = read(0, Buf, sizeof(Buf));
+    if (N > 0) {
+      Got.append(Buf, static_cast<size_t>(N));
+      Found = TakeCursorReport(Got, AX, AY);
+    } else if (N < 0 && (errno == EINTR || errno == EAGAIN)) {
+      continue;
+    } else {
+      ConsoleMarkInputEnded();
+      break;
+    }
+  }
+  ConsoleKeepInput(Got);
+  return Found;
+}
+
+void ConsoleInit() {
+  if (FStarted) return;
+  FStarted = true;
+
+  OutputRedir = isatty(1) == 0;
+  InputRedir = isatty(0) == 0;
+  if (!InputRedir && !OutputRedir) {
+    struct stat In, Out;
+    if (fstat(0, &In) == 0 && fstat(1, &Out) == 0 && In.st_rdev != Out.st_rdev) InputRedir = true;
+  }
+
+  ScreenWidth = 80;
+  ScreenHeight = 25;
+  if (!OutputRedir) {
+    struct winsize Size;
+    std::memset(&Size, 0, sizeof(Size));
+    if (ioctl(1, TIOCGWINSZ, &Size) == 0 && Size.ws_col > 0 && Size.ws_row > 0) {
+      ScreenWidth = std::min<int32_t>(Size.ws_col, kMaxScreenSide);
+      ScreenHeight = std::min<int32_t>(Size.ws_row, kMaxScreenSide);
+    }
+  }
+  ConsoleBuf = new TCharInfo[static_cast<size_t>(ScreenWidth) * static_cast<size_t>(ScreenHeight)]();
+  WindMinX = 1;
+  WindMinY = 1;
+  WindMaxX = ScreenWidth;
+  WindMaxY = ScreenHeight;
+  ConsoleCore = TConsoleCore();
+  std::atexit(ConsoleDone);
+  if (OutputRedir) return;
+
+  if (EnterRawMode()) InstallExitGuards();
+  int32_t X = 1, Y = 1;
+  if (!InputRedir && AskCursor(X, Y)) {
+    X = std::clamp(X, 1, ScreenWidth);
+    Y = std::clamp(Y, 1, ScreenHeight);
+  } else {
+    X = 1;
+    Y = 1;
+    WriteAll("\x1b[H", 3);
+  }
+  WriteAll("\x1b[m", 3);
+  ConsoleCore.Cur = {X, Y, false};
+  ConsoleCore.TermKnown = true;
+  ConsoleCore.TermX = X;
+  ConsoleCore.TermY = Y;
+  ConsoleCore.TermAttr = 7;  // the terminal's own default colours stand for grey on black
+}
+
+void ConsoleBeginUpdate() {
+  ConsoleInit();
+  ++FDepth;
+}
+
+void ConsoleEndUpdate() {
+  if (FDepth <= 0 || --FDepth > 0) return;
+  ConsoleSyncTermCursor();
+  Flush();
+}
+
+// ---------------------------------------------------------------------------------------------
+// The terminal model
+
+void ConsoleSyncTermAttr(uint8_t AAttr) {
+  if (OutputRedir || ConsoleCore.TermAttr == AAttr) return;
+  std::string S = "\x1b[0";
+  if ((AAttr & 0x08) != 0) S += ";1";
+  if ((AAttr & 0x80) != 0) S += ";5";
+  S += ";3";
+  S += static_cast<char>('0' + kAnsiDigit[AAttr & 7]);
+  S += ";4";
+  S += static_cast<char>('0' + kAnsiDigit[(AAttr >> 4) & 7]);
+  S += "m";
+  ConsoleEmit(S);
+  ConsoleCore.TermAttr = AAttr;
+}
+
+TCharInfo& ConsoleCell(int32_t AX, int32_t AY) {
+  return ConsoleBuf[static_cast<size_t>(AY - 1) * static_cast<size_t>(ScreenWidth) +
+                    static_cast<size_t>(AX - 1)];
+}
+
+// Sends one cell's glyph where the terminal's cursor stands (already placed by the caller).
+static void TermPut(uint8_t ACh, uint8_t AAttr) {
+  ConsoleSyncTermAttr(AAttr);
+  char G = Glyph(ACh);
+  ConsoleEmit(std::string_view(&G, 1));
+  if (ConsoleCore.TermX >= ScreenWidth) {
+    ConsoleCore.TermPending = true;  // the terminal waits at the last column
+  } else {
+    ++ConsoleCore.TermX;
+  }
+}
+
+static void TermMoveTo(int32_t AX, int32_t AY) {
+  TConsoleCore& C = ConsoleCore;
+  if (C.TermKnown && !C.TermPending && C.TermX == AX && C.TermY == AY) return;
+  EmitCursorPosition(AX, AY);
+  C.TermKnown = true;
+  C.TermX = AX;
+  C.TermY = AY;
+  C.TermPending = false;
+}
+
+void ConsoleSyncTermCursor() {
+  if (OutputRedir) return;
+  TConsoleCore& C = ConsoleCore;
+  if (!C.Cur.Pending) {
+    TermMoveTo(C.Cur.X, C.Cur.Y);
+    return;
+  }
+  if (C.TermKnown && C.TermPending && C.TermX == C.Cur.X && C.TermY == C.Cur.Y) return;
+  // A pending wrap can only be made by writing the last cell again.
+  TermMoveTo(C.Cur.X, C.Cur.Y);
+  const TCharInfo& Cell = ConsoleCell(C.Cur.X, C.Cur.Y);
+  TermPut(Cell.Ch, Cell.Attr);
+}
+
+static void Repaint(int32_t AX1, int32_t AY1, int32_t AX2, int32_t AY2) {
+  if (OutputRedir) return;
+  for (int32_t Y = AY1; Y <= AY2; ++Y) {
+    for (int32_t X = AX1; X <= AX2; ++X) {
+      TermMoveTo(X, Y);
+      const TCharInfo& Cell = ConsoleCell(X, Y);
+      TermPut(Cell.Ch, Cell.Attr);
+    }
+  }
+}
+
+void ConsoleShiftLines(int32_t AX1, int32_t AY1, int32_t AX2, int32_t AY2, int32_t ACount, uint8_t AAttr) {
+  int32_t Rows = AY2 - AY1 + 1;
+  int32_t Width = AX2 - AX1 + 1;
+  if (Rows <= 0 || Width <= 0 || ACount == 0) return;
+  int32_t N = std::min(ACount < 0 ? -ACount : ACount, Rows);
+  auto Row = [&](int32_t AY) { return &ConsoleCell(AX1, AY); };
+  const TCharInfo Blank = {' ', AAttr};
+  if (ACount > 0) {
+    for (int32_t Y = AY1; Y + N <= AY2; ++Y) std::copy_n(Row(Y + N), Width, Row(Y));
+    for (int32_t Y = AY2 - N + 1; Y <= AY2; ++Y) std::fill_n(Row(Y), Width, Blank);
+  } else {
+    for (int32_t Y = AY2; Y - N >= AY1; --Y) std::copy_n(Row(Y - N), Width, Row(Y));
+    for (int32_t Y = AY1; Y < AY1 + N; ++Y) std::fill_n(Row(Y), Width, Blank);
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Text output
+
+static bool WholeScreenWindow() {
+  return WindMinX == 1 && WindMinY == 1 && WindMaxX == ScreenWidth && WindMaxY == ScreenHeight;
+}
+
+// The console's operations know no pending wrap: a cursor left there by the raw stream stands on
+// the last column.
+static void SettleCursor() { ConsoleCore.Cur.Pending = false; }
+
+static void ScrollWindowUp() {
+  ConsoleShiftLines(WindMinX, WindMinY, WindMaxX, WindMaxY, 1, TextAttr);
+  if (OutputRedir) return;
+  TConsoleCore& C = ConsoleCore;
+  if (!WholeScreenWindow()) {
+    Repaint(WindMinX, WindMinY, WindMaxX, WindMaxY);
+    return;
+  }
+  ConsoleSyncTermAttr(TextAttr);  // the new bottom line takes the terminal's background
+  if (C.TermKnown && C.TermY == ScreenHeight) {
+    ConsoleEmit("\r\n");
+  } else {
+    EmitCursorPosition(1, ScreenHeight);
+    ConsoleEmit("\n");
+  }
+  C.TermKnown = true;
+  C.TermX = 1;
+  C.TermY = ScreenHeight;
+  C.TermPending = false;
+}
+
+static void NewLine(bool AFromLineFeed) {
+  TConsoleCore& C = ConsoleCore;
+  if (C.Cur.Y < WindMaxY) {
+    if (AFromLineFeed && !OutputRedir && WindMinX == 1 && C.TermKnown && C.TermY == C.Cur.Y) {
+      ConsoleEmit("\r\n");
+      C.TermX = 1;
+      C.TermY = C.Cur.Y + 1;
+      C.TermPending = false;
+    }
+    ++C.Cur.Y;
+  } else {
+    ScrollWindowUp();
+    C.Cur.Y = WindMaxY;
+  }
+  C.Cur.X = WindMinX;
+}
+
+static void PutChar(uint8_t ACh) {
+  TConsoleCore& C = ConsoleCore;
+  ConsoleCell(C.Cur.X, C.Cur.Y) = {ACh, TextAttr};
+  if (OutputRedir) {
+    char G = Glyph(ACh);
+    ConsoleEmit(std::string_view(&G, 1));
+  } else {
+    ConsoleSyncTermCursor();
+    TermPut(ACh, TextAttr);
+  }
+  ++C.Cur.X;
+  if (C.Cur.X > WindMaxX) NewLine(false);
+}
+
+void ConsoleWrite(std::string_view AText) {
+  TConsoleUpdate Update;
+  SettleCursor();
+  TConsoleCore& C = ConsoleCore;
+  for (char Byte : AText) {
+    uint8_t Ch = static_cast<uint8_t>(Byte);
+    switch (Ch) {
+      case 0x07:
+        ConsoleEmit("\a");
+        break;
+      case 0x08:
+        if (C.Cur.X <= 1) break;
+        if (OutputRedir) {
+          ConsoleEmit("\b");
+        } else if (C.TermKnown && !C.TermPending && C.TermX == C.Cur.X && C.TermY == C.Cur.Y) {
+          ConsoleEmit("\b");
+          --C.TermX;
+        }
+        --C.Cur.X;
+        break;
+      case 0x09: {
+        int32_t Rel = ((C.Cur.X - WindMinX) % 8 + 8) % 8;
+        int32_t Count = std::max(1, std::min(8 - Rel, WindMaxX - C.Cur.X + 1));
+        for (int32_t I = 0; I < Count; ++I) PutChar(' ');
+        break;
+      }
+      case 0x0A:
+        if (OutputRedir) ConsoleEmit("\n");
+        NewLine(true);
+        break;
+      case 0x0D:
+        if (OutputRedir) {
+          ConsoleEmit("\r");
+        } else if (WindMinX == 1 && C.TermKnown && C.TermY == C.Cur.Y) {
+          ConsoleEmit("\r");
+          C.TermX = 1;
+          C.TermPending = false;
+        }
+        C.Cur.X = WindMinX;
+        break;
+      default:
+        PutChar(Ch);
+    }
+  }
+}
+
+TConsoleCursor ConsoleGetCursor() {
+  ConsoleInit();
+  return ConsoleCore.Cur;
+}
+
+void ConsoleSetCursor(TConsoleCursor ACursor) {
+  TConsoleUpdate Update;
+  ACursor.X = std::clamp(ACursor.X, 1, ScreenWidth);
+  ACursor.Y = std::clamp(ACursor.Y, 1, ScreenHeight);
+  ACursor.Pending = ACursor.Pending && ACursor.X == ScreenWidth;
+  ConsoleCore.Cur = ACursor;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Cursor, window, clearing
+
+void GotoXY(uint8_t AX, uint8_t AY) {
+  TConsoleUpdate Update;
+  if (AX == 0 || AY == 0 || AX > WindMaxX - WindMinX + 1 || AY > WindMaxY - WindMinY + 1) return;
+  int32_t X = WindMinX + AX - 1;
+  int32_t Y = WindMinY + AY - 1;
+  if (OutputRedir && Y == ConsoleCore.Cur.Y + 1) ConsoleEmit("\n");
+  ConsoleCore.Cur = {X, Y, false};
+}
+
+static uint8_t WindowRelative(int32_t AValue) { return static_cast<uint8_t>(std::clamp(AValue, 1, 255)); }
+
+uint8_t WhereX() {
+  ConsoleInit();
+  return WindowRelative(ConsoleCore.Cur.X - WindMinX + 1);
+}
+
+uint8_t WhereY() {
+  ConsoleInit();
+  return WindowRelative(ConsoleCore.Cur.Y - WindMinY + 1);
+}
+
+void Window(uint8_t AX1, uint8_t AY1, uint8_t AX2, uint8_t AY2) {
+  TConsoleUpdate Update;
+  if (AX1 == 0 || AY1 == 0 || AX1 > AX2 || AY1 > AY2 || AX2 > ScreenWidth || AY2 > ScreenHeight) return;
+  WindMinX = AX1;
+  WindMinY = AY1;
+  WindMaxX = AX2;
+  WindMaxY = AY2;
+  ConsoleCore.Cur = {WindMinX, WindMinY, false};
+}
+
+void ClrScr() {
+  TConsoleUpdate Update;
+  const TCharInfo Blank = {' ', TextAttr};
+  for (int32_t Y = WindMinY; Y <= WindMaxY; ++Y)
+    std::fill_n(&ConsoleCell(WindMinX, Y), WindMaxX - WindMinX + 1, Blank);
+  ConsoleCore.Cur = {WindMinX, WindMinY, false};
+  if (OutputRedir) return;
+  TConsoleCore& C = ConsoleCore;
+  ConsoleSyncTermAttr(TextAttr);
+  if (WholeScreenWindow()) {
+    ConsoleEmit("\x1b[H\x1b[2J");
+    C.TermKnown = true;
+    C.TermX = 1;
+    C.TermY = 1;
+    C.TermPending = false;
+    return;
+  }
+  for (int32_t Y = WindMinY; Y <= WindMaxY; ++Y) {
+    TermMoveTo(WindMinX, Y);
+    if (WindMaxX == ScreenWidth) {
+      ConsoleEmit("\x1b[K");
+    } else {
+      for (int32_t X = WindMinX; X <= WindMaxX; ++X) TermPut(' ', TextAttr);
+    }
+  }
+}
+
+void ClrEol() {
+  TConsoleUpdate Update;
+  SettleCursor();
+  TConsoleCore& C = ConsoleCore;
+  if (C.Cur.X > WindMaxX) return;
+  std::fill_n(&ConsoleCell(C.Cur.X, C.Cur.Y), WindMaxX - C.Cur.X + 1, TCharInfo{' ', TextAttr});
+  if (OutputRedir) return;
+  ConsoleSyncTermCursor();
+  ConsoleSyncTermAttr(TextAttr);
+  if (WindMaxX == ScreenWidth) {
+    ConsoleEmit("\x1b[K");
+  } else {
+    for (int32_t X = C.Cur.X; X <= WindMaxX; ++X) TermPut(' ', TextAttr);
+  }
+}
+
+static void MoveLines(int32_t ACount, bool AInsert) {
+  TConsoleUpdate Update;
+  SettleCursor();
+  int32_t Y = ConsoleCore.Cur.Y;
+  if (ACount <= 0 || Y < WindMinY || Y > WindMaxY) return;
+  ConsoleShiftLines(WindMinX, Y, WindMaxX, WindMaxY, AInsert ? -ACount : ACount, TextAttr);
+  Repaint(WindMinX, Y, WindMaxX, WindMaxY);
+}
+
+void InsLine(int32_t ACount) { MoveLines(ACount, true); }
+void DelLine(int32_t ACount) { MoveLines(ACount, false); }
+
+// ---------------------------------------------------------------------------------------------
+// Attributes and cursor shape
+
+void TextColor(uint8_t AColour) {
+  TextAttr = static_cast<uint8_t>((AColour & 0x0F) | (TextAttr & 0x70) | (AColour > 15 ? 0x80 : 0));
+}
+
+void TextBackground(uint8_t AColour) {
+  TextAttr = static_cast<uint8_t>(((AColour << 4) & 0x70) | (TextAttr & 0x8F));
+}
+
+void HighVideo() { TextColor(static_cast<uint8_t>(TextAttr | 8)); }
+void LowVideo() { TextColor(static_cast<uint8_t>(TextAttr & 0x77)); }
+
+void NormVideo() {
+  TextColor(7);
+  TextBackground(0);
+}
+
+void CursorOn() {
+  TConsoleUpdate Update;
+  if (!OutputRedir) ConsoleEmit("\x1b[?2c");
+}
+
+void CursorOff() {
+  TConsoleUpdate Update;
+  if (!OutputRedir) ConsoleEmit("\x1b[?1c");
+}
