@@ -98,7 +98,11 @@ void ServeOne(TTestServer& AServer, TServerConn& AConn, const TServerReply& ARep
     while (poll(&P, 1, -1) < 0 && errno == EINTR) {
     }
   }
-  if (AReply.End == seReset) {
+  if (AReply.End == seFinThenReset) {
+    shutdown(AConn.Fd, SHUT_WR);
+    Pause(AServer, 100);
+  }
+  if (AReply.End == seReset || AReply.End == seFinThenReset) {
     const linger Now{1, 0};
     setsockopt(AConn.Fd, SOL_SOCKET, SO_LINGER, &Now, sizeof Now);
   } else if (AConn.Ssl) {

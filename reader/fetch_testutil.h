@@ -15,9 +15,10 @@
 
 // How the server leaves a connection once its reply is out.
 enum TServerEnd {
-  seClose,  // orderly close (a TLS close_notify first)
-  seReset,  // an RST: SO_LINGER with time 0
-  seStall,  // keep the connection open, silent, until the server is stopped
+  seClose,         // orderly close (a TLS close_notify first)
+  seReset,         // an RST: SO_LINGER with time 0
+  seStall,         // keep the connection open, silent, until the server is stopped
+  seFinThenReset,  // a FIN at once, an RST a moment later: the next write of the peer fails with EPIPE
 };
 
 // What the server does with one connection.
