@@ -382,7 +382,7 @@ static void ScrollWindowUp() {
   }
   ConsoleSyncTermAttr(TextAttr);  // the new bottom line takes the terminal's background
   if (C.TermKnown && C.TermY == ScreenHeight) {
-    ConsoleEmit("\r\n");
+    ConsoleEmit(C.TermX == 1 && !C.TermPending ? "\n" : "\r\n");
   } else {
     EmitCursorPosition(1, ScreenHeight);
     ConsoleEmit("\n");
@@ -397,7 +397,7 @@ static void NewLine(bool AFromLineFeed) {
   TConsoleCore& C = ConsoleCore;
   if (C.Cur.Y < WindMaxY) {
     if (AFromLineFeed && !OutputRedir && WindMinX == 1 && C.TermKnown && C.TermY == C.Cur.Y) {
-      ConsoleEmit("\r\n");
+      ConsoleEmit(C.TermX == 1 && !C.TermPending ? "\n" : "\r\n");
       C.TermX = 1;
       C.TermY = C.Cur.Y + 1;
       C.TermPending = false;
