@@ -325,10 +325,87 @@ def console():
     return cv
 
 
+# ------------------------------------------------------------------ monitor
+
+def monitor():
+    cv = Canvas()
+
+    # Dark wall with a faint dotted paper, the desk top along the bottom.
+    for y in range(1, 23):
+        for x in range(1, 81):
+            dot = (x + 2 * y) % 6 == 0
+            cv.set(x, y, "·" if dot else " ", DGREY, BLACK)
+    for x in range(1, 81):
+        cv.set(x, 23, "▄", BROWN, BLACK)
+        cv.set(x, 24, "─" if x % 5 == 2 else " ", BLACK, BROWN)
+
+    # The monitor: a light bezel with a dark rim around the screen.
+    cv.fill(9, 1, 72, 24, " ", WHITE, GREY)
+    for y in range(1, 25):
+        cv.set(9, y, "▐", GREY, BLACK)
+        cv.set(72, y, "▌", GREY, BLACK)
+    for x in range(12, 70):
+        cv.set(x, 1, "▄", BLACK, GREY)
+        cv.set(x, 23, "▀", BLACK, GREY)
+    for y in range(2, 23):
+        cv.set(12, y, "▐", BLACK, GREY)
+        cv.set(69, y, "▌", BLACK, GREY)
+    grey_box(cv)
+
+    # The chin: badge, vents, power lamp.
+    cv.text(14, 24, "TAMBLIN", BLACK, GREY)
+    cv.text(22, 24, "READER", RED, GREY)
+    cv.text(31, 24, "≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡≡", DGREY, GREY)
+    cv.text(61, 24, "■", LGREEN, GREY)
+    cv.text(63, 24, "POWER", DGREY, GREY)
+
+    # A sticker on the wall: the modem's first words.
+    cv.fill(2, 3, 7, 8, " ", LGREEN, BLACK)
+    for y in range(3, 9):
+        cv.set(1, y, "▐", BROWN, BLACK)
+        cv.set(8, y, "▌", BROWN, BLACK)
+    cv.text(1, 2, " ▄▄▄▄▄▄ ", BROWN, BLACK)
+    cv.text(1, 9, " ▀▀▀▀▀▀ ", BROWN, BLACK)
+    for k, (line, col) in enumerate([("ATZ", LGREEN), ("OK", GREEN), ("ATDT", LGREEN),
+                                     ("RING", GREEN), ("▄", LGREEN)]):
+        cv.text(2, 4 + k, line, col, BLACK)
+
+    # A pile of floppies on the desk, two to a row in half blocks.
+    disks = [BLUE, RED, GREEN, CYAN, MAGENTA, BLUE, RED, GREEN, CYAN, BROWN]
+    for k in range(5):
+        y = 18 + k
+        x1 = 2 + (k % 2)
+        for x in range(x1, x1 + 6):
+            cv.set(x, y, "▀", disks[2 * k] + 8, disks[2 * k + 1])
+    cv.text(2, 17, "▄▄", GREY, BLACK)
+
+    # On the right: a sticky note, a mug on the modem.
+    cv.fill(74, 3, 79, 6, " ", BLACK, BROWN)
+    cv.text(74, 4, " RSS ", YELLOW, BROWN)
+    cv.text(74, 5, " 4u! ", WHITE, BROWN)
+    cv.set(79, 3, "▄", BLACK, BROWN)
+    cv.text(75, 14, "≈ ≈", GREY, BLACK)
+    cv.text(76, 15, "≈", GREY, BLACK)
+    cv.text(74, 16, "▄▄▄▄", WHITE, BLACK)
+    cv.text(74, 17, "BBS", RED, GREY)
+    cv.text(77, 17, " ▌", WHITE, GREY)
+    cv.set(78, 17, "▐", GREY, BLACK)
+    cv.text(74, 18, "▀▀▀▀", GREY, BLACK)
+    cv.fill(73, 19, 80, 22, " ", BLACK, GREY)
+    cv.text(74, 20, "MODEM", BLACK, GREY)
+    for i, col in enumerate([LRED, LGREEN, YELLOW, DGREY, LGREEN]):
+        cv.text(74 + i, 21, "■", col, GREY)
+    cv.text(73, 22, "▀▀▀▀▀▀▀▀", GREY, BROWN)
+
+    cv.text(73, 1, "»", LGREEN, BLACK)
+    return cv
+
+
 SKINS = {
     "newsstand": newsstand,
     "valley": valley,
     "console": console,
+    "monitor": monitor,
 }
 
 
