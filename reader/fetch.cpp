@@ -153,6 +153,8 @@ std::string ReadBodyByLength(TStream& AStream, int32_t ALength) {
     }
   } else {
     const size_t Length = static_cast<size_t>(ALength);
+    // One allocation for a feed of announced length; a server's claim alone buys it at most 8 MB.
+    Body.reserve(std::min<size_t>(Length, 8 << 20));
     while (Body.size() < Length && ReadBlockInto(AStream, Body, Length - Body.size()) > 0) {
     }
   }
@@ -540,14 +542,17 @@ std::string BuildGetRequest(const TUrlParts& AUrl) {
   if (Target.front() != '/') Target.insert(0, 1, '/');
   if (Target.back() != '/') Target += '/';
   Target += AUrl.Document;
-  if (!AUrl.Query.empty()) Target += "?" + AUrl.Query;
+  if (!AUrl.Query.empty()) Target.append("?").append(AUrl.Query);
 
-  std::string Request = "GET " + Target + " HTTP/1.1\r\n";
+  std::string Request = "GET ";
+  Request.append(Target).append(" HTTP/1.1\r\n");
   if (!AUrl.User.empty())
-    Request += "Authorization: Basic " + Base64Encode(AUrl.User + ":" + AUrl.Password) + "\r\n";
-  Request += "Host: " + AUrl.Host;
-  if (AUrl.Port != 0) Request += ":" + std::to_string(AUrl.Port);
-  Request += "\r\nConnection: close\r\n\r\n";
+    Request.append("Authorization: Basic ")
+        .append(Base64Encode(AUrl.User + ":" + AUrl.Password))
+        .append("\r\n");
+  Request.append("Host: ").append(AUrl.Host);
+  if (AUrl.Port != 0) Request.append(":").append(std::to_string(AUrl.Port));
+  Request.append("\r\nConnection: close\r\n\r\n");
   return Request;
 }
 
