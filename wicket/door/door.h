@@ -4,5 +4,7 @@
 
 #include "doordefaults.h"
 #include "doorinput.h"
+#include "doorinputline.h"
 #include "dooroutput.h"
+#include "doorstartup.h"
 #include "doorstate.h"

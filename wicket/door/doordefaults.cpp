@@ -1,46 +1,118 @@
-// The door's default hook handlers.
-//
-// TEMPORARY: these bodies are minimal stand-ins so that the library links and a run ends
-// cleanly. They are to be completed with their real screens (local login dialogue, usage
-// screen, status bar, the coloured stop messages with their 2500 ms pause) once door output
-// and input exist.
+// The door's default hook handlers: the local login, the usage screen, the three stops that
+// end a run against the caller's will, and the sysop's status bar. They hold the words the
+// sysop and the caller see; an application that wants other words replaces the hook.
 #include "doordefaults.h"
 
-#include <cstdio>
 #include <cstdlib>
+#include <string>
 
+#include "console/console.h"
+#include "crt2/crt2.h"
+#include "doorinput.h"
+#include "doorinputline.h"
+#include "dooroutput.h"
+#include "doorstartup.h"
 #include "doorstate.h"
+#include "stringutils/stringutils.h"
+#include "videoutils/videoutils.h"
 
-// TEMPORARY: to be completed.
+namespace {
+
+constexpr uint16_t FStopPauseMs = 2500;
+constexpr uint8_t FStatusRow = 25;
+
+// The letters of DOOR_INPUT_CHARS_ALPHA and a blank: a name may have several words.
+const std::string FLoginNameCharacters = "qwertyuiopasdfghjklzxcvbnmQWERTYUIOPASDFGHJKLZXCVBNM ";
+
+// The two stops that speak to the caller over whatever link the run has.
+[[noreturn]] void StopWithMessageToCaller(const std::string& AMessage) {
+  DoorTextAttr(15);
+  DoorClrScr();
+  DoorWriteLn();
+  DoorWriteLn(AMessage);
+  Delay(FStopPauseMs);
+  std::exit(0);
+}
+
+std::string PadRight(std::string AText, size_t AWidth) {
+  if (AText.size() < AWidth) AText.append(AWidth - AText.size(), ' ');
+  return AText;
+}
+
+}  // namespace
+
 void DefaultOnHangup() {
-  std::fputs("\n   Caller Dropped Carrier.  Returning To BBS...\n", stderr);
+  // The link is dead: only the sysop can be told.
+  SetTextAttr(15);
+  ClrScr();
+  ConsoleWrite("\n   Caller Dropped Carrier.  Returning To BBS...\n");
+  Delay(FStopPauseMs);
   std::exit(0);
 }
 
-// TEMPORARY: to be completed; the real one asks for the name with DoorInput.
 void DefaultOnLocalLogin() {
-  DoorDropInfo.RealName = "SYSOP";
-  DoorDropInfo.Alias = "SYSOP";
+  DoorTextAttr(7);
+  DoorClrScr();
+  DoorWriteLn();
+  DoorWriteLn();
+  DoorWriteLn("  |1F  LOCAL LOGIN - FOR NODE " + std::to_string(DoorDropInfo.Node) + "|07");
+  DoorWriteLn();
+  DoorWriteLn();
+  DoorWriteLn("  |09Run " + DoorProgramName() + " /? for command-line usage help|07");
+  DoorWriteLn();
+  std::string Name;
+  do {
+    DoorWrite("  |0AName or handle |0F:|07 ");
+    Name = DoorInput("SYSOP", FLoginNameCharacters, 0, 40, 40, 31);
+  } while (Name.empty());
+  DoorDropInfo.RealName = Name;
+  DoorDropInfo.Alias = Name;
 }
 
-// TEMPORARY: to be completed; draws nothing yet.
-void DefaultOnStatusBar() {}
-
-// TEMPORARY: to be completed.
-void DefaultOnTimeOut() {
-  std::fputs("\n  Idle Time Limit Exceeded.  Returning To BBS...\n", stderr);
-  std::exit(0);
+void DefaultOnStatusBar() {
+  std::string Frame(80, ' ');
+  for (size_t Column : {1, 29, 49, 63, 80}) Frame[Column - 1] = '\xFE';
+  FastWrite(Frame, 1, FStatusRow, 0x1E);
+  FastWrite(PadRight(DoorDropInfo.RealName, 22), 3, FStatusRow, 0x1F);
+  FastWrite(DoorProgramNameAndVersion, 31, FStatusRow, 0x1F);
+  FastWrite(PadRight("Idle: " + SecToMS(DoorSecondsIdle()), 11), 51, FStatusRow, 0x1F);
+  FastWrite("Left: " + SecToHMS(DoorSecondsLeft()), 65, FStatusRow, 0x1F);
 }
 
-// TEMPORARY: to be completed.
-void DefaultOnTimeUp() {
-  std::fputs("\n  Your Time Has Expired.  Returning To BBS...\n", stderr);
-  std::exit(0);
-}
+void DefaultOnTimeOut() { StopWithMessageToCaller("  Idle Time Limit Exceeded.  Returning To BBS..."); }
 
-// TEMPORARY: to be completed with the full usage screen on the local console.
+void DefaultOnTimeUp() { StopWithMessageToCaller("  Your Time Has Expired.  Returning To BBS..."); }
+
 void DefaultOnUsage() {
-  std::fputs("\n USAGE: <program> <PARAMETERS>   (-D dropfile, -N node -S socket, -L local, -X stdio)\n",
-             stderr);
+  const std::string Name = DoorProgramName();
+  ClrScr();
+  ConsoleWrite(
+      "\n"
+      " USAGE: " +
+      Name +
+      " <PARAMETERS>\n"
+      "\n"
+      " Load settings from a dropfile (DOOR32.SYS, DOOR.SYS, DORINFO*.DEF or INFO.*)\n"
+      "  -D         PATH\\FILENAME OF DROPFILE\n"
+      " Example: " +
+      Name +
+      " -DC:\\BBS\\NODE1\\DOOR32.SYS\n"
+      "\n"
+      " Pass settings on command-line\n"
+      "  -N         NODE NUMBER\n"
+      "  -S         SOCKET HANDLE\n"
+      " Example: " +
+      Name +
+      " -N1 -S1000\n"
+      "\n"
+      " Run in local mode\n"
+      "  -L         LOCAL MODE\n"
+      " Example: " +
+      Name +
+      " -L\n"
+      "\n"
+      " Optional parameters\n"
+      "  -X         DISABLE COMM ROUTINES (STDIO MODE)\n"
+      "\n");
   std::exit(0);
 }
