@@ -17,6 +17,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "bytesearch.h"
 #include "cleaner_steps.h"
 #include "stringutils/strbasics.h"
 
@@ -25,22 +26,10 @@ namespace {
 constexpr size_t NOT_FOUND = std::string_view::npos;
 
 // ---------------------------------------------------------------------------------------
-// Byte search helpers
-
-size_t FindFrom(std::string_view AText, std::string_view ANeedle, size_t AFrom) {
-  if (AFrom > AText.size() || ANeedle.size() > AText.size() - AFrom) return NOT_FOUND;
-  const void* Hit = ::memmem(AText.data() + AFrom, AText.size() - AFrom, ANeedle.data(), ANeedle.size());
-  return Hit ? static_cast<size_t>(static_cast<const char*>(Hit) - AText.data()) : NOT_FOUND;
-}
-
-size_t FindByte(std::string_view AText, char AByte, size_t AFrom) {
-  if (AFrom >= AText.size()) return NOT_FOUND;
-  const void* Hit = std::memchr(AText.data() + AFrom, AByte, AText.size() - AFrom);
-  return Hit ? static_cast<size_t>(static_cast<const char*>(Hit) - AText.data()) : NOT_FOUND;
-}
+// Byte helpers
 
 bool Contains(std::string_view AText, std::string_view ANeedle) {
-  return FindFrom(AText, ANeedle, 0) != NOT_FOUND;
+  return FindBytes(AText, ANeedle, 0) != NOT_FOUND;
 }
 
 bool HasHighByte(std::string_view AText) {
@@ -62,7 +51,7 @@ bool IsDigit(char AByte) { return AByte >= '0' && AByte <= '9'; }
 // Every non-overlapping occurrence of AFrom, left to right, replaced by ATo; what was put in
 // is not searched again. Returns false, leaving AOut alone, when there is no occurrence.
 bool ReplaceLiteral(std::string_view AText, std::string_view AFrom, std::string_view ATo, std::string& AOut) {
-  size_t Hit = FindFrom(AText, AFrom, 0);
+  size_t Hit = FindBytes(AText, AFrom, 0);
   if (Hit == NOT_FOUND) return false;
   AOut.clear();
   AOut.reserve(AText.size() + 16);
@@ -70,7 +59,7 @@ bool ReplaceLiteral(std::string_view AText, std::string_view AFrom, std::string_
   do {
     AOut.append(AText.substr(Pos, Hit - Pos)).append(ATo);
     Pos = Hit + AFrom.size();
-    Hit = FindFrom(AText, AFrom, Pos);
+    Hit = FindBytes(AText, AFrom, Pos);
   } while (Hit != NOT_FOUND);
   AOut.append(AText.substr(Pos));
   return true;
@@ -94,13 +83,15 @@ void ReplaceRows(std::string& AText, std::string& AScratch, const TLiteralRow (&
 
 using namespace std::string_view_literals;
 
-// Named entities. "&amp;" comes third on purpose: "&amp;lt;" ends as "<" and "&amp;#233;"
-// goes on as a numeric entity, while "&amp;quot;" stays the text "&quot;".
+// Named entities, in the order their replacements are made. "&amp;" comes third on purpose:
+// "&amp;lt;" ends as "<" and "&amp;#233;" goes on as a numeric entity, while "&amp;quot;"
+// stays the text "&quot;".
 constexpr TLiteralRow NAMED_ENTITIES[] = {
     {"&quot;", "\""},  {"&apos;", "'"},   {"&amp;", "&"},     {"&lt;", "<"},    {"&gt;", ">"},
     {"&ndash;", "-"},  {"&mdash;", "--"}, {"&rsquo;", "'"},   {"&lsquo;", "'"}, {"&ldquo;", "\""},
     {"&rdquo;", "\""}, {"&#39;", "'"},    {"&#8230;", "..."},
 };
+constexpr size_t AMP_ROW = 2;
 
 // UTF-8 punctuation E2 80 xx that went through CP437 and back to UTF-8: E2 became U+0393
 // (CE 93), 80 became U+00C7 (C3 87), and xx whatever CP437 or Windows-1252 shows for it.
@@ -210,6 +201,55 @@ void TrimInPlace(std::string& AText) {
 // The pattern steps as plain scans. Each returns false, leaving AOut alone, when the pattern
 // has no match; otherwise AOut holds the text with every match replaced.
 
+// The named-entity rows in one walk over the "&"s, with the result of running each row over
+// the whole text in turn. Each entity holds exactly one "&", its first byte, and one ";",
+// its last, so no two occurrences in the text overlap and each "&" starts at most one. The
+// only replacement that holds an "&" is that of "&amp;", and the "&" it leaves can start an
+// entity of a later row with the bytes behind it ("&amp;lt;" gives "<"), never one of the
+// rows before it, which have run by then ("&amp;quot;" gives "&quot;").
+bool DecodeEntityNames(std::string_view AText, std::string& AOut) {
+  // The first entity of the rows from AFirstRow on whose name, less its first ASkip bytes,
+  // stands at APos.
+  auto EntityAt = [&](size_t APos, size_t AFirstRow, size_t ASkip) -> const TLiteralRow* {
+    const size_t Left = AText.size() - APos;
+    for (size_t Row = AFirstRow; Row < std::size(NAMED_ENTITIES); ++Row) {
+      const std::string_view Name = NAMED_ENTITIES[Row].From.substr(ASkip);
+      // The second byte and the closing ";" rule out nearly every row before a full compare.
+      if (Name.size() <= Left && AText[APos + 1] == Name[1] && AText[APos + Name.size() - 1] == ';' &&
+          AText.compare(APos, Name.size(), Name) == 0)
+        return &NAMED_ENTITIES[Row];
+    }
+    return nullptr;
+  };
+  bool Changed = false;
+  size_t Pos = 0;  // the text before Pos is in AOut
+  size_t Amp = FindByte(AText, '&');
+  while (Amp != NOT_FOUND) {
+    const TLiteralRow* Entity = EntityAt(Amp, 0, 0);
+    if (Entity == nullptr) {
+      Amp = FindByte(AText, '&', Amp + 1);
+      continue;
+    }
+    if (!Changed) {
+      AOut.clear();
+      AOut.reserve(AText.size());
+      Changed = true;
+    }
+    AOut.append(AText.substr(Pos, Amp - Pos));
+    Pos = Amp + Entity->From.size();
+    const TLiteralRow* Next = Entity == &NAMED_ENTITIES[AMP_ROW] ? EntityAt(Pos, AMP_ROW + 1, 1) : nullptr;
+    if (Next != nullptr) {
+      AOut.append(Next->To);
+      Pos += Next->From.size() - 1;
+    } else {
+      AOut.append(Entity->To);
+    }
+    Amp = FindByte(AText, '&', Pos);
+  }
+  if (Changed) AOut.append(AText.substr(Pos));
+  return Changed;
+}
+
 // The byte a numeric entity stands for: its decimal value modulo 256, where a digit run
 // over 255 characters or a value above 2147483647 counts as 32 (a blank).
 char EntityByte(std::string_view ADigits) {
@@ -219,14 +259,14 @@ char EntityByte(std::string_view ADigits) {
 // "&#([0-9]+);": the digits can only end at a non-digit, so a candidate "&#" matches exactly
 // when one or more digits and then ";" follow it.
 bool ScanNumericEntities(std::string_view AText, std::string& AOut) {
-  size_t Hit = FindFrom(AText, "&#", 0);
+  size_t Hit = FindBytes(AText, "&#", 0);
   bool Changed = false;
   size_t Pos = 0;
   while (Hit != NOT_FOUND) {
     size_t DigitsEnd = Hit + 2;
     while (DigitsEnd < AText.size() && IsDigit(AText[DigitsEnd])) ++DigitsEnd;
     if (DigitsEnd == Hit + 2 || DigitsEnd >= AText.size() || AText[DigitsEnd] != ';') {
-      Hit = FindFrom(AText, "&#", Hit + 2);
+      Hit = FindBytes(AText, "&#", Hit + 2);
       continue;
     }
     if (!Changed) {
@@ -237,7 +277,7 @@ bool ScanNumericEntities(std::string_view AText, std::string& AOut) {
     AOut.append(AText.substr(Pos, Hit - Pos));
     AOut += EntityByte(AText.substr(Hit + 2, DigitsEnd - Hit - 2));
     Pos = DigitsEnd + 1;
-    Hit = FindFrom(AText, "&#", Pos);
+    Hit = FindBytes(AText, "&#", Pos);
   }
   if (Changed) AOut.append(AText.substr(Pos));
   return Changed;
@@ -312,13 +352,13 @@ bool NextLabelMatch(TCleanPattern APattern, std::string_view AText, size_t APos,
                     size_t& AEnd) {
   size_t End;
   if (APattern == cpUtcStamp) {
-    AStart = FindFrom(AText, UTC_LABEL, APos);
+    AStart = FindBytes(AText, UTC_LABEL, APos);
     if (AStart == NOT_FOUND) return false;
-    const size_t Close = FindFrom(AText, "):", AStart + UTC_LABEL.size());
+    const size_t Close = FindBytes(AText, "):", AStart + UTC_LABEL.size());
     if (Close == NOT_FOUND) return false;
     End = Close + 2;
   } else {
-    AStart = FindFrom(AText, LOGIN_LABEL, APos);
+    AStart = FindBytes(AText, LOGIN_LABEL, APos);
     if (AStart == NOT_FOUND) return false;
     End = AStart + LOGIN_LABEL.size();
   }
@@ -349,7 +389,7 @@ bool ScanLabel(TCleanPattern APattern, std::string_view AText, std::string& AOut
 // "  +": each run of two or more blanks becomes one blank. The first "  " found from a
 // position where no blank run is open is always the start of a run.
 bool ScanBlankRuns(std::string_view AText, std::string& AOut) {
-  size_t Hit = FindFrom(AText, "  ", 0);
+  size_t Hit = FindBytes(AText, "  ", 0);
   if (Hit == NOT_FOUND) return false;
   AOut.clear();
   AOut.reserve(AText.size());
@@ -358,7 +398,7 @@ bool ScanBlankRuns(std::string_view AText, std::string& AOut) {
     AOut.append(AText.substr(Pos, Hit + 1 - Pos));
     Pos = Hit + 2;
     while (Pos < AText.size() && AText[Pos] == ' ') ++Pos;
-    Hit = FindFrom(AText, "  ", Pos);
+    Hit = FindBytes(AText, "  ", Pos);
   } while (Hit != NOT_FOUND);
   AOut.append(AText.substr(Pos));
   return true;
@@ -366,7 +406,7 @@ bool ScanBlankRuns(std::string_view AText, std::string& AOut) {
 
 // "\n{3,}": each run of three or more adjacent LF bytes becomes CR LF CR LF.
 bool ScanLineFeedRuns(std::string_view AText, std::string& AOut) {
-  size_t Hit = FindFrom(AText, "\n\n\n", 0);
+  size_t Hit = FindBytes(AText, "\n\n\n", 0);
   if (Hit == NOT_FOUND) return false;
   AOut.clear();
   AOut.reserve(AText.size() + 16);
@@ -375,7 +415,7 @@ bool ScanLineFeedRuns(std::string_view AText, std::string& AOut) {
     AOut.append(AText.substr(Pos, Hit - Pos)).append("\r\n\r\n");
     Pos = Hit + 3;
     while (Pos < AText.size() && AText[Pos] == '\n') ++Pos;
-    Hit = FindFrom(AText, "\n\n\n", Pos);
+    Hit = FindBytes(AText, "\n\n\n", Pos);
   } while (Hit != NOT_FOUND);
   AOut.append(AText.substr(Pos));
   return true;
@@ -582,6 +622,11 @@ std::string ApplyPatternByScan(TCleanPattern APattern, std::string_view AText) {
   return ScanPattern(APattern, AText, Out) ? Out : std::string(AText);
 }
 
+std::string DecodeNamedEntities(std::string_view AText) {
+  std::string Out;
+  return DecodeEntityNames(AText, Out) ? Out : std::string(AText);
+}
+
 std::string ApplyCleanerPattern(TCleanPattern APattern, std::string_view AText) {
   std::string Out;
   return CleanerPattern(APattern, AText, Out) ? Out : std::string(AText);
@@ -592,8 +637,8 @@ std::string CleanTextForBBS(std::string_view AText) {
   std::string Scratch;
 
   // Entities, named then numeric. Neither can match without an "&".
-  if (FindByte(T, '&', 0) != NOT_FOUND) {
-    ReplaceRows(T, Scratch, NAMED_ENTITIES);
+  if (FindByte(T, '&') != NOT_FOUND) {
+    if (DecodeEntityNames(T, Scratch)) T.swap(Scratch);
     ApplyStep(cpNumericEntity, T, Scratch);
   }
 

@@ -1,7 +1,7 @@
-// The eight pattern steps of the text cleaner one by one, so that tests and fuzz targets can
-// hold the plain scans the cleaner runs against PCRE2 running the patterns themselves.
-// Every step replaces each leftmost match, continues behind it and never rescans what it
-// put in; no pattern can match the empty string.
+// The named-entity step and the eight pattern steps of the text cleaner one by one, so that tests and fuzz
+// targets can hold the plain scans the cleaner runs against PCRE2 running the patterns themselves. Every step
+// replaces each leftmost match, continues behind it and never rescans what it put in; no pattern can match
+// the empty string.
 #pragma once
 
 #include <string>
@@ -34,3 +34,7 @@ std::string ApplyPatternByScan(TCleanPattern APattern, std::string_view AText);
 // the two label patterns, asked only where a scan has found that a match starts, with the
 // scan's match standing in when PCRE2 hits a limit.
 std::string ApplyCleanerPattern(TCleanPattern APattern, std::string_view AText);
+
+// The named-entity step as the cleaner runs it: one walk that gives what replacing each of
+// the thirteen names in turn, over the whole text, gives.
+std::string DecodeNamedEntities(std::string_view AText);

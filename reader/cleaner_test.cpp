@@ -278,6 +278,36 @@ TEST(CleanTextForBBS, KeepsOnlySevenBitBytesAndTrimsTheEnds) {
   });
 }
 
+// The named entities are decoded in one walk; it must give what thirteen literal passes
+// in their order give, "&amp;" third.
+TEST(CleanerPatterns, NamedEntitiesMatchThirteenPassesInOrder) {
+  const std::pair<std::string, std::string> Rows[] = {
+      {"&quot;", "\""},  {"&apos;", "'"},   {"&amp;", "&"},     {"&lt;", "<"},    {"&gt;", ">"},
+      {"&ndash;", "-"},  {"&mdash;", "--"}, {"&rsquo;", "'"},   {"&lsquo;", "'"}, {"&ldquo;", "\""},
+      {"&rdquo;", "\""}, {"&#39;", "'"},    {"&#8230;", "..."},
+  };
+  auto ByPasses = [&](std::string AText) {
+    for (const auto& [From, To] : Rows) {
+      std::string Out;
+      size_t Pos = 0;
+      for (size_t Hit; (Hit = AText.find(From, Pos)) != std::string::npos; Pos = Hit + From.size())
+        Out += AText.substr(Pos, Hit - Pos) + To;
+      AText = Out + AText.substr(Pos);
+    }
+    return AText;
+  };
+  const std::string Tokens[] = {"&",    "amp;", "&amp;", "lt;",    "&lt;", "quot;", "&quot;", "apos;",
+                                "#39;", "#",    "8230;", "mdash;", ";",    "x",     "&gt",    "rdquo;"};
+  std::mt19937 Random(7);
+  std::uniform_int_distribution<size_t> PickToken(0, std::size(Tokens) - 1);
+  std::uniform_int_distribution<int> PickLength(0, 12);
+  for (int Round = 0; Round < 20000; ++Round) {
+    std::string Text;
+    for (int I = PickLength(Random); I > 0; --I) Text += Tokens[PickToken(Random)];
+    ASSERT_EQ(DecodeNamedEntities(Text), ByPasses(Text)) << Text;
+  }
+}
+
 // The cleaner runs most pattern steps as plain scans and the two label patterns through
 // PCRE2 with a guard; all of them must give exactly what PCRE2 gives for the pattern itself.
 TEST(CleanerPatterns, MatchPcre2OnGeneratedText) {

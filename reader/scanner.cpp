@@ -2,10 +2,10 @@
 // "</item>" span and fills the program's item list, cleaning each field on the way.
 #include "scanner.h"
 
-#include <cstring>
 #include <string_view>
 #include <utility>
 
+#include "bytesearch.h"
 #include "cleaner.h"
 #include "config.h"
 #include "stringutils/strbasics.h"
@@ -21,13 +21,6 @@ namespace {
 constexpr std::string_view ITEM_OPEN = "<item>";
 constexpr std::string_view ITEM_CLOSE = "</item>";
 
-// Byte-exact search from AFrom (0-based); npos when absent.
-size_t FindFrom(std::string_view AText, std::string_view ANeedle, size_t AFrom) {
-  if (AFrom > AText.size() || ANeedle.size() > AText.size() - AFrom) return std::string_view::npos;
-  const void* Hit = ::memmem(AText.data() + AFrom, AText.size() - AFrom, ANeedle.data(), ANeedle.size());
-  return Hit ? static_cast<size_t>(static_cast<const char*>(Hit) - AText.data()) : std::string_view::npos;
-}
-
 // Feed's lines, each followed by one LF: the body with every line end made a single LF.
 std::string JoinLines(const std::vector<std::string>& ALines) {
   size_t Size = 0;
@@ -41,19 +34,26 @@ std::string JoinLines(const std::vector<std::string>& ALines) {
   return Text;
 }
 
+// ExtractTagValue without the copy: a view into ASource.
+std::string_view TagValueView(std::string_view ASource, std::string_view ATag) {
+  // Both tags stay in the strings' inline buffers for every field name the scan uses.
+  std::string Open, Close;
+  Open.reserve(ATag.size() + 2);
+  Open.append("<").append(ATag).append(">");
+  Close.reserve(ATag.size() + 3);
+  Close.append("</").append(ATag).append(">");
+  const size_t OpenPos = FindBytes(ASource, Open, 0);
+  if (OpenPos == std::string_view::npos) return {};
+  const size_t Start = OpenPos + Open.size();
+  const size_t End = FindBytes(ASource, Close, Start);
+  if (End == std::string_view::npos || End <= Start) return {};
+  return ASource.substr(Start, End - Start);
+}
+
 }  // namespace
 
 std::string ExtractTagValue(std::string_view ASource, std::string_view ATag) {
-  std::string Open;
-  Open.reserve(ATag.size() + 3);
-  Open.append("<").append(ATag).append(">");
-  const size_t OpenPos = FindFrom(ASource, Open, 0);
-  if (OpenPos == std::string_view::npos) return {};
-  const size_t Start = OpenPos + Open.size();
-  Open.insert(1, "/");  // now the closing tag
-  const size_t End = FindFrom(ASource, Open, Start);
-  if (End == std::string_view::npos || End <= Start) return {};
-  return std::string(ASource.substr(Start, End - Start));
+  return std::string(TagValueView(ASource, ATag));
 }
 
 void ScanFeedItems() {
@@ -65,17 +65,17 @@ void ScanFeedItems() {
   ItemCount = 0;
   size_t CurrPos = 0;
   for (;;) {
-    const size_t ItemStart = FindFrom(T, ITEM_OPEN, CurrPos);
+    const size_t ItemStart = FindBytes(T, ITEM_OPEN, CurrPos);
     if (ItemStart == std::string_view::npos) break;
-    const size_t ItemEnd = FindFrom(T, ITEM_CLOSE, ItemStart);
+    const size_t ItemEnd = FindBytes(T, ITEM_CLOSE, ItemStart);
     if (ItemEnd == std::string_view::npos) break;  // a cut-off item is not taken
     const std::string_view ItemText = T.substr(ItemStart, ItemEnd + ITEM_CLOSE.size() - ItemStart);
 
     TRSSItem Item;
-    Item.Title = Trim(CleanTextForBBS(ExtractTagValue(ItemText, "title")));
-    Item.Description = Trim(CleanTextForBBS(ExtractTagValue(ItemText, "description")));
-    Item.Link = Trim(CleanTextForBBS(ExtractTagValue(ItemText, "link")));
-    Item.PubDate = Trim(ExtractTagValue(ItemText, "pubDate"));
+    Item.Title = Trim(CleanTextForBBS(TagValueView(ItemText, "title")));
+    Item.Description = Trim(CleanTextForBBS(TagValueView(ItemText, "description")));
+    Item.Link = Trim(CleanTextForBBS(TagValueView(ItemText, "link")));
+    Item.PubDate = Trim(TagValueView(ItemText, "pubDate"));
     Items.push_back(std::move(Item));
 
     CurrPos = ItemEnd + ITEM_CLOSE.size();
