@@ -1,0 +1,299 @@
+// Item display: the wrap, the centring and the counter as tables; and whole paints captured on
+// a real socketpair and shown on a terminal model, so that rows and columns are checked the way
+// a caller sees them. This binary opens the door's link once for all its tests.
+#include "display.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+
+#include "comm/comm.h"
+#include "config.h"
+#include "door/door.h"
+#include "scanner.h"
+#include "screenmodel.h"
+#include "skins.h"
+#include "stringutils/strbasics.h"
+
+namespace {
+
+// The caller's end of the door's link, opened once for the whole binary.
+int CallerFd() {
+  static const int Fd = [] {
+    int Pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, Pair) != 0) std::abort();
+    StdIO = false;
+    CommOpen(Pair[0]);
+    return Pair[1];
+  }();
+  return Fd;
+}
+
+std::string Drain(int AFd) {
+  std::string Bytes;
+  char Buffer[65536];
+  for (;;) {
+    const ssize_t Got = recv(AFd, Buffer, sizeof Buffer, MSG_DONTWAIT);
+    if (Got <= 0) break;
+    Bytes.append(Buffer, static_cast<size_t>(Got));
+  }
+  return Bytes;
+}
+
+// What AStep sends to the caller, telnet framing removed.
+std::string Captured(const std::function<void()>& AStep) {
+  const int Fd = CallerFd();
+  Drain(Fd);
+  AStep();
+  return TelnetPayload(Drain(Fd));
+}
+
+TScreenModel Shown(const std::string& ABytes) {
+  TScreenModel Screen;
+  ScreenFeed(Screen, ABytes);
+  return Screen;
+}
+
+void ResetColours() {
+  FeedBgColor = 7;
+  TitleColor = 15;
+  DateColor = 11;
+  BodyTextColor = 14;
+  CommandColor = 14;
+  PageColor = 15;
+  PageBgColor = 1;
+}
+
+std::string Words(int ACount, const std::string& AWord) {
+  std::string Text;
+  for (int I = 0; I < ACount; ++I) Text += (I ? " " : "") + AWord;
+  return Text;
+}
+
+}  // namespace
+
+TEST(WordWrap, Table) {
+  struct TCase {
+    std::string Text;
+    int32_t Width;
+    std::string Wrapped;
+  } Cases[] = {
+      {"", 10, ""},
+      {"one", 10, "one\n"},
+      {"aaa bbb ccc", 7, "aaa \nbbb ccc\n"},  // "bbb" would fit, but its blank travels with it
+      {"aaa bbb", 8, "aaa bbb\n"},
+      {"aaaa bbb", 7, "aaaa \nbbb\n"},                // "aaaa bbb" is 8 bytes: the second word moves
+      {"abcdefghijkl xy", 5, "abcdefghijkl \nxy\n"},  // a long word is never split
+      {"a\n\n\n\nb", 10, "a\nb\n"},                   // a run of line ends is one break
+      {"a\r\n\r\nb\rc", 10, "a\nb\nc\n"},
+      {"\n\nlead", 10, "lead\n"},
+      {"trail\n\n", 10, "trail\n"},
+      {"a\n   \nb", 10, "a\n   \nb\n"},                         // a line of blanks alone does come out
+      {"x\ty\x01z", 3, "x\t\ny\x01z\n"},                        // tabs and control bytes are blanks
+      {"\xC3\xA9t\xC3\xA9 ok", 6, "\xC3\xA9t\xC3\xA9 \nok\n"},  // high bytes are word bytes
+      {"ab cd", 0, "ab \ncd\n"},
+      {"ab cd", -5, "ab \ncd\n"},
+  };
+  for (const auto& C : Cases) {
+    EXPECT_EQ(WordWrap(C.Text, C.Width), C.Wrapped) << "text \"" << C.Text << "\" width " << C.Width;
+  }
+}
+
+TEST(WordWrap, NoLineExceedsTheWidthUnlessItIsOneWord) {
+  const std::string Text = "The quick brown fox jumps over the lazy dog; " + Words(40, "lorem ipsum") + " " +
+                           std::string(70, 'W') + " end.";
+  for (const auto& Line : WordWrapLines(Text, WrapCol)) {
+    if (Line.size() > static_cast<size_t>(WrapCol)) {
+      EXPECT_EQ(Line.find(' '), Line.size() - 1) << Line;
+    }
+  }
+}
+
+TEST(CenteredColumn, Table) {
+  struct TCase {
+    size_t Length;
+    uint8_t Column;
+  } Cases[] = {{0, 41}, {1, 40}, {5, 38}, {38, 22},  {41, 20},  {54, 14},  {70, 6},   {80, 1},
+               {81, 0}, {82, 0}, {83, 0}, {84, 255}, {85, 255}, {86, 254}, {600, 253}};
+  for (const auto& C : Cases) EXPECT_EQ(CenteredColumn(C.Length), C.Column) << "length " << C.Length;
+}
+
+TEST(ItemCounterText, Table) {
+  struct TCase {
+    int32_t Index, Total;
+    const char* Text;
+  } Cases[] = {{2, 12, "(03/12)"}, {2, 9, "(03/9)"},       {9, 12, "(10/12)"}, {0, 1, "(01/1)"},
+               {8, 9, "(09/9)"},   {99, 150, "(100/150)"}, {9, 10, "(10/10)"}};
+  for (const auto& C : Cases) EXPECT_EQ(ItemCounterText(C.Index, C.Total), C.Text);
+}
+
+TEST(DoorWriteCentered2, SendsTheMoveThenTheTextWithNoLineEnd) {
+  EXPECT_EQ(Captured([] { DoorWriteCentered2(COMMAND_LINE); }),
+            "\x1B[255D\x1B[21C" + std::string(COMMAND_LINE));
+  // Beyond 83 bytes the column wraps to the right edge, as the caller's terminal will clamp it.
+  EXPECT_EQ(Captured([] { DoorWriteCentered2(std::string(84, 'x')); }),
+            "\x1B[255D\x1B[254C" + std::string(84, 'x'));
+  EXPECT_EQ(Captured([] { DoorWriteCentered2(""); }), "\x1B[255D\x1B[40C");
+}
+
+TEST(ClearBox, BlanksRowsTwoToTwentyTwoOnTheBoxColour) {
+  ResetColours();
+  FeedBgColor = 1;
+  TScreenModel Screen;
+  for (auto& Row : Screen.Cells) {
+    for (auto& Cell : Row) Cell = {'#', 0x07};
+  }
+  ScreenFeed(Screen, Captured([] {
+               DoorTextColour(14);
+               ClearBox();
+             }));
+  for (int Y = 1; Y <= 25; ++Y) {
+    for (int X = 1; X <= 80; ++X) {
+      const bool Inside = Y >= 2 && Y <= 22 && X >= 13 && X <= 68;
+      ASSERT_EQ(Screen.Cells[Y - 1][X - 1].Ch, Inside ? ' ' : '#') << X << "," << Y;
+      if (Inside) {
+        ASSERT_EQ(ScreenAttr(Screen, X, Y), 0x1E) << X << "," << Y;  // foreground kept
+      }
+    }
+  }
+  ResetColours();
+}
+
+TEST(DoorWriteLnWrapped, SixteenLinesCutTo54AtColumn14) {
+  const std::string Body = "first line\n" + std::string(70, 'L') + "\n" + std::string(54, 'M') + " \n" +
+                           std::string(55, 'N') + "\n   indented\n" + Words(20, "more\n");
+  TScreenModel Screen;
+  ScreenFeed(Screen, "\x1B[7;14f");
+  ScreenFeed(Screen, Captured([&] { DoorWriteLnWrapped(Body); }));
+  EXPECT_EQ(ScreenRow(Screen, 7), std::string(13, ' ') + "first line");
+  EXPECT_EQ(ScreenRow(Screen, 8), std::string(13, ' ') + std::string(54, 'L'));
+  EXPECT_EQ(ScreenRow(Screen, 9), std::string(13, ' ') + std::string(54, 'M'));
+  EXPECT_EQ(ScreenRow(Screen, 10), std::string(13, ' ') + std::string(54, 'N'));
+  EXPECT_EQ(ScreenRow(Screen, 11), std::string(13, ' ') + "indented");
+  for (int Y = 12; Y <= 22; ++Y) EXPECT_EQ(ScreenRow(Screen, Y), std::string(13, ' ') + "more") << Y;
+  EXPECT_EQ(ScreenRow(Screen, 23), "");  // lines after the sixteenth are dropped
+  EXPECT_EQ(Screen.X, 14);
+  EXPECT_EQ(Screen.Y, 23);
+}
+
+TEST(DoorWriteLnCentered2Line, TwoTrimmedCentredLinesAtMost) {
+  TScreenModel Screen;
+  ScreenFeed(Screen, "\x1B[3;1f");
+  ScreenFeed(Screen, Captured([] { DoorWriteLnCentered2Line(Words(30, "word"), 54); }));
+  const std::string Line = Words(10, "word");  // 11 words are 54 with the blank: 10 fit
+  EXPECT_EQ(ScreenRow(Screen, 3), std::string(CenteredColumn(Line.size()) - 1, ' ') + Line);
+  EXPECT_EQ(ScreenRow(Screen, 4), std::string(CenteredColumn(Line.size()) - 1, ' ') + Line);
+  EXPECT_EQ(ScreenRow(Screen, 5), "");
+  EXPECT_EQ(Screen.Y, 5);
+  EXPECT_EQ(Captured([] { DoorWriteLnCentered2Line("", 54); }), "");
+}
+
+struct TShowItemCase {
+  const char* Name;
+  TRSSItem Item;
+  int TitleRows;  // rows the title takes from row 3
+  int DateRow;
+  int BodyRow;
+};
+
+class ShowItemLayout : public ::testing::TestWithParam<TShowItemCase> {};
+
+TEST_P(ShowItemLayout, TitleDateBodyCounterAndCommandLine) {
+  ResetColours();
+  const auto& C = GetParam();
+  Items = {C.Item};
+  ItemCount = 1;
+  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 12); }));
+  SCOPED_TRACE(ScreenDump(Screen));
+  if (!C.Item.PubDate.empty()) {
+    EXPECT_EQ(Trim(ScreenText(Screen, 13, C.DateRow, 56)), C.Item.PubDate);
+    EXPECT_EQ(ScreenAttr(Screen, CenteredColumn(C.Item.PubDate.size()), C.DateRow), 0x7B);
+  }
+  for (int Y = 3; Y < 3 + C.TitleRows; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
+  for (int Y = 3 + C.TitleRows; Y < C.BodyRow; ++Y) {
+    if (Y != C.DateRow) {
+      EXPECT_EQ(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
+    }
+  }
+  if (!C.Item.Description.empty()) {
+    EXPECT_EQ(ScreenText(Screen, 14, C.BodyRow, 4), C.Item.Description.substr(0, 4));
+    EXPECT_EQ(ScreenAttr(Screen, 14, C.BodyRow), 0x7E);
+  }
+  EXPECT_EQ(ScreenText(Screen, 74, 1, 7), "(01/12)");
+  EXPECT_EQ(ScreenAttr(Screen, 74, 1), 0x1F);
+  EXPECT_EQ(ScreenText(Screen, 22, 25, 38), COMMAND_LINE);
+  EXPECT_EQ(ScreenAttr(Screen, 22, 25), 0x0E);
+  EXPECT_EQ(Screen.Scrolls, 0);
+  EXPECT_EQ(Screen.X, 60);
+  EXPECT_EQ(Screen.Y, 25);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ShowItemLayout,
+    ::testing::Values(
+        TShowItemCase{"OneLineTitle", {"Short title", "Body starts here.", "", "Mon, 2 Jan 2026"}, 1, 5, 7},
+        TShowItemCase{"TwoLineTitle", {Words(15, "title"), "Body starts here.", "", "Mon"}, 2, 6, 8},
+        TShowItemCase{"ThreeLineTitleShowsTwo", {Words(40, "title"), "Body here.", "", "Mon"}, 2, 6, 8},
+        TShowItemCase{"EmptyTitle", {"", "Body starts here.", "", "Mon"}, 0, 4, 6},
+        TShowItemCase{"EmptyDate", {"Title", "Body starts here.", "", ""}, 1, 5, 7},
+        TShowItemCase{"EmptyBody", {"Title", "", "", "Tue"}, 1, 5, 7}),
+    [](const auto& AInfo) { return std::string(AInfo.param.Name); });
+
+TEST(ShowItem, LongTitleWordIsNotCutAndStartsAtColumnSix) {
+  ResetColours();
+  Items = {{std::string(70, 'T'), "body", "", "date"}};
+  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 1); }));
+  EXPECT_EQ(ScreenRow(Screen, 3), std::string(5, ' ') + std::string(70, 'T'));
+  EXPECT_EQ(ScreenText(Screen, 74, 1, 7), "(01/1) ");  // the blanks wipe a wider count
+}
+
+TEST(ShowItem, TwoLineTitleAndSixteenBodyLinesReachRow23) {
+  ResetColours();
+  Items = {{Words(15, "title"), Words(16, "line\n"), "", "date"}};
+  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 1); }));
+  EXPECT_EQ(ScreenRow(Screen, 8), std::string(13, ' ') + "line");
+  EXPECT_EQ(ScreenRow(Screen, 23), std::string(13, ' ') + "line");
+  EXPECT_EQ(Screen.Scrolls, 0);
+}
+
+TEST(ShowItem, PipeCodesInFeedTextReachTheDoorAsColours) {
+  ResetColours();
+  Items = {{"|0CRed", "body", "", "date"}};
+  const std::string Bytes = Captured([] { ShowItem(0, 1); });
+  EXPECT_EQ(Bytes.find("|0C"), std::string::npos);
+  const TScreenModel Screen = Shown(Bytes);
+  // Centred on its six bytes, code included: column 38.
+  EXPECT_EQ(ScreenText(Screen, 38, 3, 3), "Red");
+  EXPECT_EQ(ScreenAttr(Screen, 38, 3) & 0x0F, 0x0C);
+}
+
+TEST(About, RowsOfTheViewAndTheKeyItDrops) {
+  ResetColours();
+  ASSERT_EQ(send(CallerFd(), "q", 1, 0), 1);
+  const TScreenModel Screen = Shown(Captured([] { About(); }));
+  SCOPED_TRACE(ScreenDump(Screen));
+  EXPECT_EQ(ScreenRow(Screen, 3), std::string(30, ' ') + "About (ver 2025.8.1)");
+  EXPECT_EQ(ScreenRow(Screen, 4), std::string(25, ' ') + "Tamblin Reader by Morgan Vale");
+  EXPECT_EQ(Trim(ScreenText(Screen, 13, 5, 56)), "");
+  EXPECT_EQ(ScreenText(Screen, 14, 6, 44), "This project started because Dale Orchard of");
+  for (int Y = 6; Y <= 12; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
+  EXPECT_EQ(Trim(ScreenText(Screen, 13, 13, 56)), "");
+  for (int Y = 14; Y <= 17; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
+  // This line wraps at 55 bytes with the "!" as its 55th, and body lines are cut to 54.
+  EXPECT_EQ(Trim(ScreenText(Screen, 13, 17, 56)), "version from https://github.com/tamblin-reader/tamblin");
+  EXPECT_EQ(Trim(ScreenText(Screen, 13, 18, 56)), "");
+  EXPECT_EQ(ScreenRow(Screen, 19), std::string(19, ' ') + "*** Press Any Key To Continue Reading ***");
+  EXPECT_EQ(ScreenAttr(Screen, 20, 19), 0x7E);
+  EXPECT_EQ(ScreenAttr(Screen, 31, 3), 0x7F);
+  EXPECT_EQ(DoorLastKey.Ch, 'q');
+}
+
+TEST(About, TextsWrapToSevenAndFourLines) {
+  EXPECT_EQ(WordWrapLines(ABOUT_TEXT_1, WrapCol).size(), 7u);
+  EXPECT_EQ(WordWrapLines(ABOUT_TEXT_2, WrapCol).size(), 4u);
+  EXPECT_TRUE(
+      ABOUT_TEXT_2.ends_with(" Get the latest version from https://github.com/tamblin-reader/tamblin!"));
+}

@@ -1,0 +1,38 @@
+// The main flow's decisions: the settings file from the command line, the item loop's keys and
+// moves, and the release of the feed text.
+#include "flow.h"
+
+std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs) {
+  std::string Name = DEFAULT_CONFIG_FILE;
+  for (int I = 1; I < AArgc; ++I) {
+    if (AArgs[I][0] == '@') Name = AArgs[I] + 1;
+  }
+  return Name;
+}
+
+TItemCommand ItemCommandForKey(uint8_t AKey, bool AExitOnEnter) {
+  if (AExitOnEnter && AKey == '\r') return icQuit;
+  const uint8_t Upper = AKey >= 'a' && AKey <= 'z' ? static_cast<uint8_t>(AKey - 'a' + 'A') : AKey;
+  switch (Upper) {
+    case 'A':
+      return icAbout;
+    case 'N':
+      return icNext;
+    case 'P':
+      return icPrevious;
+    case 'Q':
+      return icQuit;
+    default:
+      return icNone;
+  }
+}
+
+int32_t ItemAfterCommand(TItemCommand ACommand, int32_t ACurrent, int32_t ACount) {
+  if (ACommand == icNext && ACurrent < ACount - 1) return ACurrent + 1;
+  if (ACommand == icPrevious && ACurrent > 0) return ACurrent - 1;
+  return ACurrent;
+}
+
+void TFeedRelease::operator()(std::vector<std::string>* AFeed) const {
+  std::vector<std::string>().swap(*AFeed);
+}

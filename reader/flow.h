@@ -1,0 +1,36 @@
+// The decisions of the reader's main flow, kept apart from tamblin.cpp so that they can be
+// tested without running a door: which settings file the command line names, what a key
+// means in the item loop, and the release of the feed text at the end of a run.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The settings file used when no "@" argument names one; looked up in the current directory.
+inline constexpr const char* DEFAULT_CONFIG_FILE = "tamblin.cfg";
+
+// The settings file named on the command line: every argument that begins with "@" names it,
+// the last one wins, and the rest of the argument is taken as it stands ("@" alone names the
+// empty path, which then can't be opened). AArgs[0] is the program and is not looked at;
+// empty arguments are passed over. DEFAULT_CONFIG_FILE when no argument begins with "@".
+std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs);
+
+// What a key does in the item loop.
+enum TItemCommand : uint8_t { icNone, icAbout, icNext, icPrevious, icQuit };
+
+// The command of AKey as DoorReadKey returned it. Letters count in either case; Enter quits
+// only when AExitOnEnter is set; every other byte is icNone and must leave no trace. An
+// arrow key arrives as its PC code, so Down (0x50, "P") means previous, while Up, Right and
+// Left (0x48, 0x4D, 0x4B) mean nothing.
+TItemCommand ItemCommandForKey(uint8_t AKey, bool AExitOnEnter);
+
+// The item on screen after ACommand, for ACount items: N and P stop at the ends (no wrap-around),
+// and every other command leaves ACurrent alone.
+int32_t ItemAfterCommand(TItemCommand ACommand, int32_t ACurrent, int32_t ACount);
+
+// Releases the lines of the feed text for good; the deleter of the guard the main flow holds
+// over Feed from the fetch to the end of the run.
+struct TFeedRelease {
+  void operator()(std::vector<std::string>* AFeed) const;
+};
