@@ -10,8 +10,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <thread>
 
@@ -133,23 +135,6 @@ void SendToDoor(int AFd, const std::string& ABytes) {
   }
 }
 
-std::string ReadUntilClosed(int AFd, int ATimeoutMs) {
-  std::string Result;
-  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
-  for (;;) {
-    const auto Left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Deadline - std::chrono::steady_clock::now());
-    if (Left.count() <= 0 || !WaitReadable(AFd, static_cast<int>(Left.count()))) {
-      ADD_FAILURE() << "the door's output did not end in time";
-      return Result;
-    }
-    char Block[4096];
-    const ssize_t Got = read(AFd, Block, sizeof Block);
-    if (Got <= 0) return Result;
-    Result.append(Block, static_cast<size_t>(Got));
-  }
-}
-
 std::string ReadAtLeast(int AFd, size_t ACount, int ATimeoutMs) {
   std::string Result;
   const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
@@ -159,11 +144,14 @@ std::string ReadAtLeast(int AFd, size_t ACount, int ATimeoutMs) {
     if (Left.count() <= 0 || !WaitReadable(AFd, static_cast<int>(Left.count()))) break;
     char Block[4096];
     const ssize_t Got = read(AFd, Block, std::min(sizeof Block, ACount - Result.size()));
-    if (Got <= 0) break;
+    if (Got <= 0) return Result;
     Result.append(Block, static_cast<size_t>(Got));
   }
+  if (ACount == SIZE_MAX) ADD_FAILURE() << "the door's output did not end in time";
   return Result;
 }
+
+std::string ReadUntilClosed(int AFd, int ATimeoutMs) { return ReadAtLeast(AFd, SIZE_MAX, ATimeoutMs); }
 
 std::string ReadPacket(int AFd, int ATimeoutMs) {
   if (!WaitReadable(AFd, ATimeoutMs)) return {};

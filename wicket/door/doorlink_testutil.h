@@ -36,10 +36,10 @@ int FinishDoor(TDoorChild& AChild, int ATimeoutMs = 10000);
 
 // Writes all of ABytes to the socket or pipe AFd.
 void SendToDoor(int AFd, const std::string& ABytes);
-// Everything that arrives on AFd until it reaches end of file or ATimeoutMs passes.
-std::string ReadUntilClosed(int AFd, int ATimeoutMs = 10000);
-// Reads until at least ACount bytes have come or ATimeoutMs has passed.
+// Reads until at least ACount bytes have come, AFd reaches end of file, or ATimeoutMs passes.
 std::string ReadAtLeast(int AFd, size_t ACount, int ATimeoutMs = 5000);
+// Everything until end of file; a door whose output doesn't end in time fails the test.
+std::string ReadUntilClosed(int AFd, int ATimeoutMs = 10000);
 // One packet of a SOCK_SEQPACKET socket; empty at end of file or after ATimeoutMs.
 std::string ReadPacket(int AFd, int ATimeoutMs = 5000);
 
