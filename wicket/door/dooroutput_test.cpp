@@ -127,18 +127,19 @@ TEST(DoorWrite, SethCodesMatchTheirOperations) {
     Cases.push_back({std::string("r") + Digit, [=] { DoorTextBackground(uint8_t(Digit - '0')); }});
   // The attribute record afterwards goes out as a last send, so that it is compared too.
   auto SendAttr = [] { DoorWrite(std::string(1, static_cast<char>(GetTextAttr()))); };
-  for (const auto& [Code, Op] : Cases) {
+  for (const auto& Case : Cases) {
+    const std::string Text = "`" + Case.first;
     const TPackets BySeth = SendsOf([&] {
       DoorSession.SethWrite = true;
-      DoorWrite("`" + Code);
+      DoorWrite(Text);
       SendAttr();
     });
     const TPackets Direct = SendsOf([&] {
-      Op();
+      Case.second();
       SendAttr();
     });
-    EXPECT_EQ(BySeth, Direct) << "`" << Code;
-    EXPECT_GE(BySeth.size(), 2u) << "`" << Code;
+    EXPECT_EQ(BySeth, Direct) << Text;
+    EXPECT_GE(BySeth.size(), 2u) << Text;
   }
 }
 
