@@ -51,8 +51,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   } else {
     struct winsize Size = {25, 80, 0, 0};
     unsigned W = 0, H = 0;
-    const char* Spec = std::getenv("FUZZ_CONSOLE_SIZE");
-    if (Spec != nullptr && std::sscanf(Spec, "%ux%u", &W, &H) == 2) {
+    const char* SizeText = std::getenv("FUZZ_CONSOLE_SIZE");
+    if (SizeText != nullptr && std::sscanf(SizeText, "%ux%u", &W, &H) == 2) {
       Size.ws_col = static_cast<unsigned short>(W);
       Size.ws_row = static_cast<unsigned short>(H);
     }

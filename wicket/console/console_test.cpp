@@ -399,7 +399,7 @@ TEST(ConsoleWriteRaw, ResumesAfterTheConsolesOwnOutput) {
             Visible("hello\x1b[25;1H\x1b[0;30;47mS\x1b[1;6H\x1b[0;37;40m!"));
 }
 
-TEST(ConsoleKeys, DecodesSpecialKeysToScanCodes) {
+TEST(ConsoleKeys, DecodesCursorAndFunctionKeysToScanCodes) {
   TChildOptions Options;
   Options.Input =
       std::string("a\x1b[A\x1b[B\x1b[C\x1b[D\x1bOP\x1b[6~\x7f\x1b[1;5C\x1b[99~\x1b[12;40R\x1b[[Bz\r\0", 47);

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <string>
+#include <thread>
 
 #include "consoleinternal.h"
 
@@ -256,7 +256,5 @@ uint8_t ReadKey() {
 
 void Delay(uint16_t AMilliseconds) {
   ConsoleFlushOutput();
-  struct timespec Left = {AMilliseconds / 1000, static_cast<long>(AMilliseconds % 1000) * 1000000L};
-  while (nanosleep(&Left, &Left) != 0 && errno == EINTR) {
-  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(AMilliseconds));  // resumes after signals
 }
