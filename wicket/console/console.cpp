@@ -74,8 +74,12 @@ static void Flush() {
 void ConsoleFlushOutput() { Flush(); }
 
 void ConsoleEmit(std::string_view ABytes) {
-  FOut.append(ABytes);
-  if (FOut.size() >= kOutBufferSize) Flush();
+  while (!ABytes.empty()) {
+    size_t Room = kOutBufferSize - FOut.size();
+    FOut.append(ABytes.substr(0, Room));
+    ABytes.remove_prefix(std::min(Room, ABytes.size()));
+    if (FOut.size() >= kOutBufferSize) Flush();
+  }
 }
 
 static void EmitNumber(int32_t AValue) { ConsoleEmit(std::to_string(AValue)); }
