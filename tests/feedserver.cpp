@@ -1,0 +1,93 @@
+// The end-to-end tests' feed server. Every blocking call is bounded, so a broken run cannot
+// hang the test, and SIGPIPE is blocked in the server thread only: a door that hangs up early
+// must not kill the test process.
+#include "feedserver.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+namespace {
+
+constexpr int IO_LIMIT_MS = 10000;
+
+void Serve(TFeedServer* AServer) {
+  sigset_t Block;
+  sigemptyset(&Block);
+  sigaddset(&Block, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &Block, nullptr);
+  for (;;) {
+    pollfd P[2] = {{AServer->ListenFd, POLLIN, 0}, {AServer->WakeRead, POLLIN, 0}};
+    if (poll(P, 2, -1) < 0) continue;
+    if (P[1].revents != 0) return;
+    const int Fd = accept(AServer->ListenFd, nullptr, nullptr);
+    if (Fd < 0) continue;
+    std::string Request;
+    char Buffer[4096];
+    while (Request.find("\r\n\r\n") == std::string::npos) {
+      pollfd R{Fd, POLLIN, 0};
+      if (poll(&R, 1, IO_LIMIT_MS) <= 0) break;
+      const ssize_t Got = recv(Fd, Buffer, sizeof Buffer, 0);
+      if (Got <= 0) break;
+      Request.append(Buffer, static_cast<size_t>(Got));
+    }
+    ++AServer->Requests;
+    size_t Sent = 0;
+    while (Sent < AServer->Response.size()) {
+      const ssize_t Put =
+          send(Fd, AServer->Response.data() + Sent, AServer->Response.size() - Sent, MSG_NOSIGNAL);
+      if (Put <= 0) break;
+      Sent += static_cast<size_t>(Put);
+    }
+    close(Fd);
+  }
+}
+
+}  // namespace
+
+std::string HttpOk(const std::string& ABody) {
+  return "HTTP/1.1 200 OK\r\nContent-Type: application/rss+xml\r\nContent-Length: " +
+         std::to_string(ABody.size()) + "\r\nConnection: close\r\n\r\n" + ABody;
+}
+
+void StartFeedServer(TFeedServer& AServer, std::string AResponse) {
+  AServer.Response = std::move(AResponse);
+  AServer.ListenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in Addr{};
+  Addr.sin_family = AF_INET;
+  Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t Len = sizeof Addr;
+  int Pipe[2];
+  if (AServer.ListenFd < 0 || bind(AServer.ListenFd, reinterpret_cast<sockaddr*>(&Addr), Len) != 0 ||
+      listen(AServer.ListenFd, 16) != 0 ||
+      getsockname(AServer.ListenFd, reinterpret_cast<sockaddr*>(&Addr), &Len) != 0 ||
+      pipe2(Pipe, O_CLOEXEC) != 0) {
+    throw std::runtime_error("feed server: cannot listen on 127.0.0.1");
+  }
+  AServer.WakeRead = Pipe[0];
+  AServer.WakeWrite = Pipe[1];
+  AServer.Port = ntohs(Addr.sin_port);
+  AServer.Thread = std::thread(Serve, &AServer);
+}
+
+std::string FeedServerUrl(const TFeedServer& AServer, const std::string& APath) {
+  return "http://127.0.0.1:" + std::to_string(AServer.Port) + APath;
+}
+
+TFeedServer::~TFeedServer() {
+  if (Thread.joinable()) {
+    const char Byte = 0;
+    (void)!write(WakeWrite, &Byte, 1);
+    Thread.join();
+  }
+  for (int Fd : {ListenFd, WakeRead, WakeWrite}) {
+    if (Fd >= 0) close(Fd);
+  }
+}

@@ -1,0 +1,137 @@
+// The runner behind the end-to-end tests: fork and exec of the real program with its standard
+// streams (and the link) on descriptors the test reads concurrently, so a long session never
+// stalls on a full pipe, and a run that hangs is killed after its time limit.
+#include "readerrun.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <stdexcept>
+
+#include "screenmodel.h"
+#include "testsupport.h"
+
+namespace {
+
+// The descriptor number the link has in the door process.
+constexpr int CHILD_LINK_FD = 3;
+
+double NowMs() {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+void WriteAll(int AFd, const std::string& ABytes) {
+  size_t Done = 0;
+  while (Done < ABytes.size()) {
+    const ssize_t Put = write(AFd, ABytes.data() + Done, ABytes.size() - Done);
+    if (Put <= 0) return;
+    Done += static_cast<size_t>(Put);
+  }
+}
+
+}  // namespace
+
+std::string SettingsText(const std::string& AUrl, const std::string& ASkin,
+                         const std::vector<std::string>& ARest) {
+  std::vector<std::string> Lines = {AUrl, ASkin, "7", "15", "11", "14", "14", "N", "15", "1", "50"};
+  for (size_t I = 0; I < ARest.size() && I + 2 < Lines.size(); ++I) Lines[I + 2] = ARest[I];
+  std::string Text;
+  for (const auto& Line : Lines) Text += Line + "\n";
+  return Text;
+}
+
+TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
+  int Out[2], Err[2], In[2], Link[2] = {-1, -1};
+  if (pipe2(Out, O_CLOEXEC) != 0 || pipe2(Err, O_CLOEXEC) != 0 || pipe2(In, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe failed");
+  }
+  if (ASetup.Link == rlSocket && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, Link) != 0) {
+    throw std::runtime_error("socketpair failed");
+  }
+  const std::string Program = (BuildDir() / "tamblin").string();
+  std::vector<std::string> Args = {Program};
+  if (!ASetup.ExtraArgsOnly) {
+    Args.push_back(ASetup.Link == rlSocket ? "-S" + std::to_string(CHILD_LINK_FD) : "-S-1");
+    Args.push_back("-N1");
+  }
+  Args.insert(Args.end(), ASetup.Args.begin(), ASetup.Args.end());
+  std::vector<char*> Argv;
+  for (auto& Arg : Args) Argv.push_back(Arg.data());
+  Argv.push_back(nullptr);
+  const std::string Dir = ASetup.WorkDir.string();
+
+  const double Start = NowMs();
+  const pid_t Pid = fork();
+  if (Pid < 0) throw std::runtime_error("fork failed");
+  if (Pid == 0) {
+    // Only async-signal-safe calls from here to exec. dup2 clears close-on-exec on the copies.
+    dup2(In[0], 0);
+    dup2(Out[1], 1);
+    dup2(Err[1], 2);
+    if (Link[1] >= 0) dup2(Link[1], CHILD_LINK_FD);
+    if (chdir(Dir.c_str()) != 0) _exit(126);
+    execv(Program.c_str(), Argv.data());
+    _exit(127);
+  }
+  close(In[0]);
+  close(Out[1]);
+  close(Err[1]);
+  if (Link[1] >= 0) close(Link[1]);
+
+  TReaderRunResult Result;
+  int KeysFd = ASetup.Link == rlSocket ? Link[0] : In[1];
+  WriteAll(KeysFd, ASetup.Keys);
+  // In stdio mode the end of the keys is the end of standard input; on a link the caller stays
+  // connected until the door lets go, and standard input is simply empty.
+  close(In[1]);
+
+  struct TSource {
+    int Fd;
+    std::string* Into;
+  };
+  std::vector<TSource> Sources = {{Out[0], ASetup.Link == rlSocket ? &Result.Stdout : &Result.Screen},
+                                  {Err[0], &Result.Stderr}};
+  if (Link[0] >= 0) Sources.push_back({Link[0], &Result.Wire});
+  bool Killed = false;
+  while (!Sources.empty()) {
+    const double Left = ASetup.TimeoutMs - (NowMs() - Start);
+    if (Left <= 0) {
+      kill(Pid, SIGKILL);
+      Killed = true;
+      break;
+    }
+    std::vector<pollfd> P;
+    for (const auto& S : Sources) P.push_back({S.Fd, POLLIN, 0});
+    if (poll(P.data(), P.size(), static_cast<int>(Left) + 1) <= 0) continue;
+    for (size_t I = P.size(); I-- > 0;) {
+      if (P[I].revents == 0) continue;
+      char Buffer[65536];
+      const ssize_t Got = read(Sources[I].Fd, Buffer, sizeof Buffer);
+      if (Got > 0) {
+        Sources[I].Into->append(Buffer, static_cast<size_t>(Got));
+      } else {
+        close(Sources[I].Fd);
+        Sources.erase(Sources.begin() + static_cast<long>(I));
+      }
+    }
+  }
+  for (const auto& S : Sources) close(S.Fd);
+  int Status = 0;
+  waitpid(Pid, &Status, 0);
+  Result.WallMs = NowMs() - Start;
+  if (Killed) {
+    Result.ExitCode = -1;
+  } else if (WIFEXITED(Status)) {
+    Result.ExitCode = WEXITSTATUS(Status);
+  } else if (WIFSIGNALED(Status)) {
+    Result.ExitCode = 128 + WTERMSIG(Status);
+  }
+  if (ASetup.Link == rlSocket) Result.Screen = TelnetPayload(Result.Wire);
+  return Result;
+}
