@@ -108,14 +108,19 @@ bool ParseYes(const std::string& ALine) {
   throw std::runtime_error("Unable to open file \"" + AFileName + "\": " + std::strerror(AError));
 }
 
-// The whole file, or a throw with the system's reason. A folder opens on this system but
-// can't be read; it fails here with its read error, as the sysop would expect.
+// Every setting lives in the first eleven lines of a file of a few hundred bytes. Reading
+// stops here, so that a device named by mistake ("@/dev/zero") cannot take all memory.
+constexpr size_t MAX_CONFIG_BYTES = 16u << 20;
+
+// The whole file (up to MAX_CONFIG_BYTES), or a throw with the system's reason. A folder
+// opens on this system but can't be read; it fails here with its read error, as the sysop
+// would expect.
 std::string ReadConfigFile(const std::string& AFileName) {
   const int Fd = ::open(AFileName.c_str(), O_RDONLY | O_CLOEXEC);
   if (Fd < 0) ThrowUnableToOpen(AFileName, errno);
   std::string Bytes;
   char Buffer[4096];
-  for (;;) {
+  while (Bytes.size() < MAX_CONFIG_BYTES) {
     const ssize_t Got = ::read(Fd, Buffer, sizeof Buffer);
     if (Got > 0) {
       Bytes.append(Buffer, static_cast<size_t>(Got));

@@ -181,6 +181,11 @@ TEST(LoadConfig, KeepsZeroBytesAndHighBytesInsideText) {
   EXPECT_EQ(Load("\x01http://a\0b\xE9\x1A/ \x00\n"s).Url, "http://a\0b\xE9\x1A/"s);
 }
 
+TEST(LoadConfig, StopsReadingADeviceNamedByMistake) {
+  LoadConfig("/dev/zero");  // one endless line of zero bytes: trimmed away, nothing else set
+  EXPECT_EQ(Current(), PRESETS);
+}
+
 TEST(LoadConfig, StartsFromThePresetsOnEveryCall) {
   Load(FULL_FILE);
   EXPECT_EQ(Load("http://only\n"), (TSettings{"http://only", "", 7, 15, 11, 14, 14, false, 15, 1, 50}));

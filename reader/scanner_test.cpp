@@ -156,7 +156,7 @@ TEST(ScanFeedItems, HoldsItsInvariantsOnEveryCorpusFeed) {
   size_t WithItems = 0;
   for (const auto& Path : Feeds) {
     const std::string Body = ReadWholeFile(Path);
-    for (const int32_t Max : {50, 3, 0, -5, INT_MAX}) {
+    for (const int32_t Max : {3, 0, INT_MAX}) {
       const auto Got = Scan(Body, Max);
       EXPECT_LE(Got.size(), Max > 0 ? static_cast<size_t>(Max) : 1u) << Path;
       for (const auto& It : Got) {
