@@ -1,0 +1,522 @@
+// The host's event loop and the sessions it runs. It owns the listening socket, the self-pipe
+// that signal handlers wake the loop with, one session record per node (the host's copy of the
+// caller's socket, the door's process, its deadlines), the callers being hung up, and the
+// temporary folder with one DOOR32.SYS per node. Everything happens on the one thread, between
+// two poll() calls; signal handlers only set a flag and write one byte to the self-pipe.
+#include "hostloop.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+using TClock = std::chrono::steady_clock;
+
+// The door may leave the caller in any colour (black on black, mid-row): the line is made
+// readable on a fresh row in plain grey first.
+constexpr char BACK_AT_HOST[] = "\x1b[0m\r\nBack at the host.\r\n";
+constexpr char ALL_NODES_BUSY[] = "All nodes are busy. Please call back later.\r\n";
+// How long a hung-up caller may go on sending before the host closes its end regardless.
+constexpr auto LINGER_TIME = std::chrono::seconds(2);
+
+// One node. A session is in use from the caller's connect until the host has hung up on it;
+// its door runs from the fork until the host reaps it (Pid -1 before and after).
+struct THostSession {
+  bool InUse = false;
+  int Socket = -1;  // the host's own copy; the door inherits the same number
+  pid_t Pid = -1;
+  std::string Peer;
+  TClock::time_point Started;
+  TClock::time_point HangUpAt = TClock::time_point::max();  // the session limit
+  TClock::time_point KillAt = TClock::time_point::max();    // set by the SIGHUP
+  bool HungUp = false;
+  bool Killed = false;
+};
+
+// A caller who has had the last line and a FIN, and whose late input is read and dropped until
+// it closes too: closing with unread input would answer with a reset, and a reset can throw
+// away the last line before the caller's program has read it.
+struct TLingeringCaller {
+  int Socket = -1;
+  TClock::time_point CloseAt;
+};
+
+}  // namespace
+
+static THostOptions FOptions;
+static std::vector<THostSession> FSessions;
+static std::vector<TLingeringCaller> FLingering;
+static int FListenFd = -1;
+static int FWakeRead = -1;
+static int FWakeWrite = -1;
+static volatile sig_atomic_t FStopSignal = 0;
+static std::string FDropRoot;  // per-node folders with DOOR32.SYS, removed at the end
+static std::string FHostDir;   // the host's working directory at start
+static TClock::time_point FAcceptPausedUntil;
+
+static void Log(const std::string& ALine) {
+  // One write per line, so that lines of the host and of its doors (same stderr) don't mix.
+  const std::string Text = "wicket-host: " + ALine + "\n";
+  size_t Done = 0;
+  while (Done < Text.size()) {
+    const ssize_t N = write(2, Text.data() + Done, Text.size() - Done);
+    if (N < 0 && errno == EINTR) continue;
+    if (N <= 0) return;
+    Done += static_cast<size_t>(N);
+  }
+}
+
+static std::string ErrorText(int AErrno) { return std::strerror(AErrno); }
+
+static void OnSignal(int ASignal) {
+  const int SavedErrno = errno;
+  if (ASignal != SIGCHLD) FStopSignal = ASignal;
+  const char Byte = 0;
+  if (write(FWakeWrite, &Byte, 1) < 0) {
+    // A full pipe already holds a wake-up.
+  }
+  errno = SavedErrno;
+}
+
+static void InstallSignalHandlers() {
+  struct sigaction Act;
+  std::memset(&Act, 0, sizeof(Act));
+  Act.sa_handler = OnSignal;
+  sigemptyset(&Act.sa_mask);
+  Act.sa_flags = SA_RESTART | SA_NOCLDSTOP;
+  for (int Sig : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) sigaction(Sig, &Act, nullptr);
+  // A caller who has gone must not kill the host when it writes its last line.
+  signal(SIGPIPE, SIG_IGN);
+}
+
+// Descriptors 0 to 2 must stay taken: otherwise a caller's socket could get one of those
+// numbers, and the door's /dev/null standard streams would be put over it.
+static void EnsureStandardDescriptors() {
+  for (int Fd = 0; Fd <= 2; ++Fd) {
+    if (fcntl(Fd, F_GETFD) >= 0 || errno != EBADF) continue;
+    if (open("/dev/null", O_RDWR) < 0) return;
+  }
+}
+
+// Descriptors the host was started with (beyond 0 to 2) are its parent's business, not the
+// doors': they are closed on exec like the host's own, so a door starts with its standard
+// streams and the caller's socket and nothing else.
+static void KeepInheritedDescriptorsFromDoors() {
+  std::error_code Error;
+  std::vector<int> Found;
+  for (const auto& Entry : std::filesystem::directory_iterator("/proc/self/fd", Error)) {
+    const int Fd = std::atoi(Entry.path().filename().c_str());
+    if (Fd > 2) Found.push_back(Fd);
+  }
+  // The listing's own descriptor is among them and is gone by now; fcntl on it just fails.
+  for (int Fd : Found) {
+    const int Flags = fcntl(Fd, F_GETFD);
+    if (Flags >= 0) fcntl(Fd, F_SETFD, Flags | FD_CLOEXEC);
+  }
+}
+
+static std::string AddressText(const sockaddr_in& AAddress) {
+  char Text[INET_ADDRSTRLEN] = "?";
+  inet_ntop(AF_INET, &AAddress.sin_addr, Text, sizeof(Text));
+  return std::string(Text) + ":" + std::to_string(ntohs(AAddress.sin_port));
+}
+
+static bool StartListening(std::string& AError) {
+  FListenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (FListenFd < 0) {
+    AError = "socket: " + ErrorText(errno);
+    return false;
+  }
+  const int One = 1;
+  setsockopt(FListenFd, SOL_SOCKET, SO_REUSEADDR, &One, sizeof(One));
+  sockaddr_in Address{};
+  Address.sin_family = AF_INET;
+  Address.sin_port = htons(static_cast<uint16_t>(FOptions.ListenPort));
+  inet_pton(AF_INET, FOptions.ListenAddress.c_str(), &Address.sin_addr);
+  if (bind(FListenFd, reinterpret_cast<sockaddr*>(&Address), sizeof(Address)) != 0 ||
+      listen(FListenFd, 32) != 0) {
+    AError = "can't listen on " + FOptions.ListenAddress + ":" + std::to_string(FOptions.ListenPort) + ": " +
+             ErrorText(errno);
+    return false;
+  }
+  socklen_t Length = sizeof(Address);
+  getsockname(FListenFd, reinterpret_cast<sockaddr*>(&Address), &Length);
+  FOptions.ListenPort = ntohs(Address.sin_port);
+  return true;
+}
+
+static void StopListening() {
+  if (FListenFd >= 0) close(FListenFd);
+  FListenFd = -1;
+}
+
+static bool MakeDropRoot(std::string& AError) {
+  const char* Tmp = std::getenv("TMPDIR");
+  std::string Template = std::string(Tmp != nullptr && *Tmp != '\0' ? Tmp : "/tmp") + "/wicket-host.XXXXXX";
+  if (mkdtemp(Template.data()) == nullptr) {
+    AError = "can't make a folder for the drop files (" + Template + "): " + ErrorText(errno);
+    return false;
+  }
+  FDropRoot = Template;
+  return true;
+}
+
+static std::string NodeDir(int ANode) { return FDropRoot + "/node" + std::to_string(ANode); }
+
+// Writes the node's DOOR32.SYS and returns its path; a failure is logged, and the door still
+// runs (it may not need the file).
+static std::string WriteDoor32(int ANode, int ASocket) {
+  const std::string Dir = NodeDir(ANode);
+  const std::string Path = Dir + "/DOOR32.SYS";
+  const std::string Text = HostDoor32Text(FOptions, ASocket, ANode);
+  mkdir(Dir.c_str(), 0700);
+  const int Fd = open(Path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  bool Ok = Fd >= 0;
+  if (Ok) Ok = write(Fd, Text.data(), Text.size()) == static_cast<ssize_t>(Text.size());
+  const int Error = errno;
+  if (Fd >= 0) close(Fd);
+  if (!Ok) Log("node " + std::to_string(ANode) + ": can't write " + Path + ": " + ErrorText(Error));
+  return Path;
+}
+
+// Sends the host's line without waiting: a caller who reads nothing must not stall the loop.
+static void SendLine(int ASocket, const char* AText, size_t ALength) {
+  while (send(ASocket, AText, ALength, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno == EINTR) {
+  }
+}
+
+// Reads and drops what the caller has sent; false once the caller has closed or failed.
+static bool DropInput(int ASocket) {
+  char Buffer[4096];
+  for (;;) {
+    const ssize_t N = recv(ASocket, Buffer, sizeof(Buffer), MSG_DONTWAIT);
+    if (N > 0) continue;
+    if (N < 0 && errno == EINTR) continue;
+    return N < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+  }
+}
+
+// Ends the host's side of a connection: FIN after whatever was sent, then the socket lingers
+// until the caller closes too or LINGER_TIME has passed.
+static void HangUpCaller(int ASocket) {
+  if (!DropInput(ASocket)) {
+    close(ASocket);
+    return;
+  }
+  shutdown(ASocket, SHUT_WR);
+  FLingering.push_back({ASocket, TClock::now() + LINGER_TIME});
+}
+
+static std::string StatusText(int AStatus) {
+  if (WIFEXITED(AStatus)) return "exit " + std::to_string(WEXITSTATUS(AStatus));
+  if (WIFSIGNALED(AStatus))
+    return "signal " + std::to_string(WTERMSIG(AStatus)) + " (" + strsignal(WTERMSIG(AStatus)) + ")";
+  return "status " + std::to_string(AStatus);
+}
+
+static std::string SecondsText(TClock::duration ADuration) {
+  const long Tenths =
+      static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(ADuration).count() / 100);
+  return std::to_string(Tenths / 10) + "." + std::to_string(Tenths % 10) + " s";
+}
+
+// Sends ASignal to the door's process group (its helpers too), or to the door alone when it
+// has left its group. Only for a door not yet reaped: after that its number may be anybody's.
+static void SignalDoor(const THostSession& ASession, int ASignal) {
+  if (ASession.Pid <= 0) return;
+  if (kill(-ASession.Pid, ASignal) != 0) kill(ASession.Pid, ASignal);
+}
+
+static void HangUpDoor(THostSession& ASession, int ANode, const std::string& AReason) {
+  if (ASession.Pid <= 0 || ASession.HungUp) return;
+  Log("node " + std::to_string(ANode) + ": " + AReason + ", SIGHUP to the door");
+  SignalDoor(ASession, SIGHUP);
+  SignalDoor(ASession, SIGCONT);  // a stopped door could not act on the hang-up
+  ASession.HungUp = true;
+  ASession.KillAt = TClock::now() + std::chrono::seconds(FOptions.GraceSeconds);
+}
+
+// The door has ended (or never started): the caller gets the host's line and is hung up, and
+// the node is free again.
+static void FinishSession(int ANode, const std::string& AHow) {
+  THostSession& Session = FSessions[static_cast<size_t>(ANode - 1)];
+  Log("node " + std::to_string(ANode) + ": door ended, pid " + std::to_string(Session.Pid) + ", " + AHow +
+      ", after " + SecondsText(TClock::now() - Session.Started));
+  // Helpers the door left behind in its group would keep the caller's line open. The group
+  // outlives its reaped leader only while members are left, so its number is still ours.
+  if (Session.Pid > 0) kill(-Session.Pid, SIGHUP);
+  SendLine(Session.Socket, BACK_AT_HOST, sizeof(BACK_AT_HOST) - 1);
+  HangUpCaller(Session.Socket);
+  std::error_code Ignored;
+  std::filesystem::remove_all(NodeDir(ANode), Ignored);
+  Session = THostSession();
+}
+
+// Runs in the forked child; only calls that are safe between fork and exec.
+[[noreturn]] static void ExecDoor(int ASocket, char** AArgv, const char* AWorkDir) {
+  setpgid(0, 0);
+  sigset_t None;
+  sigemptyset(&None);
+  sigprocmask(SIG_SETMASK, &None, nullptr);
+  for (int Sig : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGPIPE}) signal(Sig, SIG_DFL);
+  // The door's console is nobody's terminal: a door in its own process group that put the
+  // host's terminal into raw mode would be stopped by the terminal driver.
+  const int Null = open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (Null >= 0) {
+    dup2(Null, 0);
+    dup2(Null, 1);
+  }
+  // The caller's socket is the one descriptor of the host that the door inherits.
+  const int Flags = fcntl(ASocket, F_GETFD);
+  if (Flags >= 0) fcntl(ASocket, F_SETFD, Flags & ~FD_CLOEXEC);
+  const char* Failed = "exec";
+  if (AWorkDir == nullptr || chdir(AWorkDir) == 0) {
+    execvp(AArgv[0], AArgv);
+  } else {
+    Failed = AWorkDir;
+  }
+  const char* Error = strerror(errno);
+  const std::string Text =
+      std::string("wicket-host: can't run ") + AArgv[0] + " (" + Failed + "): " + Error + "\n";
+  if (write(2, Text.data(), Text.size()) < 0) {
+    // Nothing left to tell it to.
+  }
+  _exit(127);
+}
+
+static std::string JoinArgs(const std::vector<std::string>& AArgs) {
+  std::string Text;
+  for (const std::string& Arg : AArgs) Text += (Text.empty() ? "" : " ") + Arg;
+  return Text;
+}
+
+static void StartSession(int ANode, int ASocket, const std::string& APeer) {
+  THostSession& Session = FSessions[static_cast<size_t>(ANode - 1)];
+  Session = THostSession();
+  Session.InUse = true;
+  Session.Socket = ASocket;
+  Session.Peer = APeer;
+  Session.Started = TClock::now();
+  if (FOptions.SessionLimit > 0)
+    Session.HangUpAt = Session.Started + std::chrono::seconds(FOptions.SessionLimit);
+  const std::string NodeText = "node " + std::to_string(ANode);
+  Log(NodeText + ": connect from " + APeer);
+
+  const std::string Door32 = WriteDoor32(ANode, ASocket);
+  std::vector<std::string> Args = HostExpandCommand(FOptions.Command, ASocket, ANode, Door32);
+  // A door named by a relative path is found from where the host was started, not from --cwd.
+  if (Args[0].find('/') != std::string::npos && Args[0][0] != '/') Args[0] = FHostDir + "/" + Args[0];
+  std::vector<char*> Argv;
+  for (std::string& Arg : Args) Argv.push_back(Arg.data());
+  Argv.push_back(nullptr);
+  const char* WorkDir = FOptions.WorkDir.empty() ? nullptr : FOptions.WorkDir.c_str();
+
+  const pid_t Pid = fork();
+  if (Pid == 0) ExecDoor(ASocket, Argv.data(), WorkDir);
+  if (Pid < 0) {
+    FinishSession(ANode, "not started (fork: " + ErrorText(errno) + ")");
+    return;
+  }
+  // Both sides set the group, so that it is in place whichever runs first.
+  setpgid(Pid, Pid);
+  Session.Pid = Pid;
+  Log(NodeText + ": door started, pid " + std::to_string(Pid) + ": " + JoinArgs(Args));
+}
+
+static int LowestFreeNode() {
+  for (size_t I = 0; I < FSessions.size(); ++I)
+    if (!FSessions[I].InUse) return static_cast<int>(I + 1);
+  return 0;
+}
+
+static void AcceptCallers() {
+  for (;;) {
+    sockaddr_in Peer{};
+    socklen_t Length = sizeof(Peer);
+    // Blocking, close-on-exec: the door gets the socket as a BBS hands it down, and no other
+    // door inherits it.
+    const int Fd = accept4(FListenFd, reinterpret_cast<sockaddr*>(&Peer), &Length, SOCK_CLOEXEC);
+    if (Fd < 0) {
+      if (errno == EINTR || errno == ECONNABORTED) continue;
+      if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        // Out of descriptors: the caller waits in the backlog rather than the loop spinning.
+        Log("can't take a caller: " + ErrorText(errno));
+        FAcceptPausedUntil = TClock::now() + std::chrono::seconds(1);
+      }
+      return;
+    }
+    const std::string PeerText = AddressText(Peer);
+    const int Node = LowestFreeNode();
+    if (Node == 0) {
+      Log("busy: " + PeerText + " turned away, all " + std::to_string(FOptions.Nodes) + " nodes in use");
+      SendLine(Fd, ALL_NODES_BUSY, sizeof(ALL_NODES_BUSY) - 1);
+      HangUpCaller(Fd);
+      continue;
+    }
+    StartSession(Node, Fd, PeerText);
+  }
+}
+
+static void ReapDoors() {
+  for (;;) {
+    int Status = 0;
+    const pid_t Pid = waitpid(-1, &Status, WNOHANG);
+    if (Pid < 0 && errno == EINTR) continue;
+    if (Pid <= 0) return;
+    for (size_t I = 0; I < FSessions.size(); ++I)
+      if (FSessions[I].InUse && FSessions[I].Pid == Pid)
+        FinishSession(static_cast<int>(I + 1), StatusText(Status));
+  }
+}
+
+static void CheckDeadlines(TClock::time_point ANow) {
+  for (size_t I = 0; I < FSessions.size(); ++I) {
+    THostSession& Session = FSessions[I];
+    const int Node = static_cast<int>(I + 1);
+    if (!Session.InUse || Session.Pid <= 0) continue;
+    if (!Session.HungUp && ANow >= Session.HangUpAt)
+      HangUpDoor(Session, Node, "session limit of " + std::to_string(FOptions.SessionLimit) + " s reached");
+    if (Session.HungUp && !Session.Killed && ANow >= Session.KillAt) {
+      Log("node " + std::to_string(Node) + ": door still running after the hang-up, SIGKILL");
+      SignalDoor(Session, SIGKILL);
+      Session.Killed = true;
+    }
+  }
+  for (size_t I = 0; I < FLingering.size();) {
+    if (ANow >= FLingering[I].CloseAt) {
+      close(FLingering[I].Socket);
+      FLingering.erase(FLingering.begin() + static_cast<std::ptrdiff_t>(I));
+    } else {
+      ++I;
+    }
+  }
+}
+
+static TClock::time_point NextDeadline() {
+  TClock::time_point Next = TClock::time_point::max();
+  for (const THostSession& Session : FSessions) {
+    if (!Session.InUse || Session.Pid <= 0) continue;
+    if (!Session.HungUp) Next = std::min(Next, Session.HangUpAt);
+    if (Session.HungUp && !Session.Killed) Next = std::min(Next, Session.KillAt);
+  }
+  for (const TLingeringCaller& Caller : FLingering) Next = std::min(Next, Caller.CloseAt);
+  if (FAcceptPausedUntil > TClock::now()) Next = std::min(Next, FAcceptPausedUntil);
+  return Next;
+}
+
+static int PollTimeoutMs(TClock::time_point ADeadline) {
+  if (ADeadline == TClock::time_point::max()) return -1;
+  const auto Left = std::chrono::duration_cast<std::chrono::milliseconds>(ADeadline - TClock::now()).count();
+  // Rounded up, so that the loop never wakes just before a deadline and spins until it.
+  return static_cast<int>(std::clamp<long long>(Left + 1, 0, 60000));
+}
+
+static void BeginStop(int ASignal) {
+  int Running = 0;
+  for (const THostSession& Session : FSessions) Running += Session.InUse ? 1 : 0;
+  Log(std::string("stopping on ") + strsignal(ASignal) + ", " + std::to_string(Running) + " door(s) running");
+  StopListening();
+  for (size_t I = 0; I < FSessions.size(); ++I)
+    if (FSessions[I].InUse) HangUpDoor(FSessions[I], static_cast<int>(I + 1), "host stopping");
+}
+
+static bool AnySessionInUse() {
+  return std::any_of(FSessions.begin(), FSessions.end(), [](const THostSession& S) { return S.InUse; });
+}
+
+static void RunLoop() {
+  bool Stopping = false;
+  std::vector<pollfd> Polled;
+  for (;;) {
+    if (FStopSignal != 0 && !Stopping) {
+      Stopping = true;
+      BeginStop(FStopSignal);
+    }
+    ReapDoors();
+    CheckDeadlines(TClock::now());
+    if (Stopping && !AnySessionInUse() && FLingering.empty()) return;
+
+    Polled.clear();
+    Polled.push_back({FWakeRead, POLLIN, 0});
+    const bool Accepting = FListenFd >= 0 && TClock::now() >= FAcceptPausedUntil;
+    if (Accepting) Polled.push_back({FListenFd, POLLIN, 0});
+    const size_t FirstLingering = Polled.size();
+    for (const TLingeringCaller& Caller : FLingering) Polled.push_back({Caller.Socket, POLLIN, 0});
+
+    const int Ready = poll(Polled.data(), Polled.size(), PollTimeoutMs(NextDeadline()));
+    if (Ready < 0) {
+      if (errno == EINTR) continue;
+      Log("poll: " + ErrorText(errno));
+      return;
+    }
+    if ((Polled[0].revents & POLLIN) != 0) {
+      char Drain[64];
+      while (read(FWakeRead, Drain, sizeof(Drain)) > 0) {
+      }
+    }
+    // Callers that have closed (or send more): checked before new callers could reuse numbers.
+    for (size_t I = Polled.size(); I-- > FirstLingering;) {
+      if (Polled[I].revents == 0 || DropInput(Polled[I].fd)) continue;
+      close(Polled[I].fd);
+      FLingering.erase(FLingering.begin() + static_cast<std::ptrdiff_t>(I - FirstLingering));
+    }
+    if (Accepting && (Polled[1].revents & POLLIN) != 0) AcceptCallers();
+  }
+}
+
+int HostRun(const THostOptions& AOptions) {
+  FOptions = AOptions;
+  EnsureStandardDescriptors();
+  KeepInheritedDescriptorsFromDoors();
+  std::error_code Error;
+  FHostDir = std::filesystem::current_path(Error).string();
+  if (!FOptions.WorkDir.empty() && !std::filesystem::is_directory(FOptions.WorkDir, Error)) {
+    Log("--cwd: " + FOptions.WorkDir + " is not a folder");
+    return 1;
+  }
+  int Wake[2];
+  if (pipe2(Wake, O_CLOEXEC | O_NONBLOCK) != 0) {
+    Log("pipe: " + ErrorText(errno));
+    return 1;
+  }
+  FWakeRead = Wake[0];
+  FWakeWrite = Wake[1];
+  InstallSignalHandlers();
+
+  std::string Problem;
+  if (!StartListening(Problem) || !MakeDropRoot(Problem)) {
+    Log(Problem);
+    StopListening();
+    return 1;
+  }
+  FSessions.assign(static_cast<size_t>(FOptions.Nodes), THostSession());
+  Log("listening on " + FOptions.ListenAddress + ":" + std::to_string(FOptions.ListenPort) + ", " +
+      std::to_string(FOptions.Nodes) + " node(s), door: " + JoinArgs(FOptions.Command));
+
+  RunLoop();
+
+  StopListening();
+  for (const TLingeringCaller& Caller : FLingering) close(Caller.Socket);
+  FLingering.clear();
+  std::filesystem::remove_all(FDropRoot, Error);
+  close(FWakeRead);
+  close(FWakeWrite);
+  Log("stopped");
+  return 0;
+}
