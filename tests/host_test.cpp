@@ -1,0 +1,458 @@
+// End-to-end tests of wicket-host: the real program listening on a loopback port, plain TCP
+// callers, and real doors (the reader, and small shell doors that write on their inherited
+// descriptor). What a caller and a door author rely on: the door's own telnet bytes come first,
+// the host's line comes after the door has ended, the node and time limits, the drop file, and
+// that the host leaves no child, no zombie and no descriptor behind.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "feedserver.h"
+#include "readerrun.h"
+#include "testsupport.h"
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using TClock = std::chrono::steady_clock;
+
+namespace {
+
+const std::string BACK = "Back at the host.\r\n";
+const std::string BUSY = "All nodes are busy. Please call back later.\r\n";
+
+// wicket-host as a child of the test, its log in a file.
+struct THost {
+  pid_t Pid = -1;
+  int Port = 0;
+  fs::path Log;
+  TTempDir Dir;
+
+  THost() = default;
+  THost(const THost&) = delete;
+  THost& operator=(const THost&) = delete;
+  ~THost() {
+    if (Pid <= 0) return;
+    kill(Pid, SIGKILL);
+    waitpid(Pid, nullptr, 0);
+  }
+  std::string LogText() const { return ReadWholeFile(Log); }
+};
+
+bool WaitFor(const std::function<bool()>& ACondition, std::chrono::milliseconds ALimit = 10s) {
+  const auto End = TClock::now() + ALimit;
+  while (!ACondition()) {
+    if (TClock::now() > End) return false;
+    std::this_thread::sleep_for(10ms);
+  }
+  return true;
+}
+
+size_t CountOf(const std::string& AText, const std::string& APart) {
+  size_t Count = 0;
+  for (size_t At = AText.find(APart); At != std::string::npos; At = AText.find(APart, At + 1)) ++Count;
+  return Count;
+}
+
+// Starts the host on a free port with AOptions and the door command ADoor; returns once it
+// listens (the port comes from its first log line).
+void StartHost(THost& AHost, const std::vector<std::string>& AOptions,
+               const std::vector<std::string>& ADoor) {
+  AHost.Log = AHost.Dir.Path / "host.log";
+  std::vector<std::string> Args = {(BuildDir() / "wicket-host").string(), "--listen", "127.0.0.1:0"};
+  Args.insert(Args.end(), AOptions.begin(), AOptions.end());
+  Args.push_back("--");
+  Args.insert(Args.end(), ADoor.begin(), ADoor.end());
+  std::vector<char*> Argv;
+  for (auto& Arg : Args) Argv.push_back(Arg.data());
+  Argv.push_back(nullptr);
+  const std::string LogPath = AHost.Log.string();
+  AHost.Pid = fork();
+  ASSERT_GE(AHost.Pid, 0);
+  if (AHost.Pid == 0) {
+    const int LogFd = open(LogPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int Null = open("/dev/null", O_RDWR);
+    dup2(Null, 0);
+    dup2(Null, 1);
+    dup2(LogFd, 2);
+    execv(Argv[0], Argv.data());
+    _exit(127);
+  }
+  std::smatch Match;
+  const std::regex Listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
+  ASSERT_TRUE(WaitFor([&] {
+    std::error_code Ec;
+    if (!fs::exists(AHost.Log, Ec)) return false;
+    const std::string Text = AHost.LogText();
+    if (!std::regex_search(Text, Match, Listening)) return false;
+    AHost.Port = std::stoi(Match[1]);
+    return true;
+  })) << "the host never listened";
+}
+
+// Waits for the host to end; its exit status, or -1 if it did not end in time.
+int WaitHostExit(THost& AHost, std::chrono::milliseconds ALimit) {
+  int Status = 0;
+  int Result = -1;
+  WaitFor(
+      [&] {
+        if (waitpid(AHost.Pid, &Status, WNOHANG) != AHost.Pid) return false;
+        AHost.Pid = -1;
+        Result = WIFEXITED(Status) ? WEXITSTATUS(Status) : 128 + WTERMSIG(Status);
+        return true;
+      },
+      ALimit);
+  return Result;
+}
+
+int Connect(int APort) {
+  const int Fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in Address{};
+  Address.sin_family = AF_INET;
+  Address.sin_port = htons(static_cast<uint16_t>(APort));
+  Address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(Fd, reinterpret_cast<sockaddr*>(&Address), sizeof(Address)) != 0) {
+    close(Fd);
+    return -1;
+  }
+  return Fd;
+}
+
+// A caller: reads into Wire until a marker is there (ACount times) or the line closes.
+struct TCaller {
+  int Fd = -1;
+  std::string Wire;
+  bool Closed = false;
+
+  explicit TCaller(int APort) : Fd(Connect(APort)) {}
+  ~TCaller() {
+    if (Fd >= 0) close(Fd);
+  }
+  TCaller(const TCaller&) = delete;
+  TCaller& operator=(const TCaller&) = delete;
+
+  bool ReadOnce(int AWaitMs) {
+    pollfd P = {Fd, POLLIN, 0};
+    if (poll(&P, 1, AWaitMs) <= 0) return false;
+    char Buffer[4096];
+    const ssize_t N = recv(Fd, Buffer, sizeof(Buffer), 0);
+    if (N <= 0) {
+      Closed = true;
+      return false;
+    }
+    Wire.append(Buffer, static_cast<size_t>(N));
+    return true;
+  }
+  bool Until(const std::string& AMarker, size_t ACount = 1, std::chrono::milliseconds ALimit = 15s) {
+    const auto End = TClock::now() + ALimit;
+    while (CountOf(Wire, AMarker) < ACount) {
+      if (Closed || TClock::now() > End) return false;
+      ReadOnce(50);
+    }
+    return true;
+  }
+  bool UntilClosed(std::chrono::milliseconds ALimit = 15s) {
+    const auto End = TClock::now() + ALimit;
+    while (!Closed && TClock::now() < End) ReadOnce(50);
+    return Closed;
+  }
+  void Send(const std::string& AText) const {
+    ASSERT_EQ(send(Fd, AText.data(), AText.size(), 0), ssize_t(AText.size()));
+  }
+};
+
+int CountFds(pid_t APid) {
+  int Count = 0;
+  std::error_code Ec;
+  for (auto It = fs::directory_iterator("/proc/" + std::to_string(APid) + "/fd", Ec);
+       !Ec && It != fs::directory_iterator(); It.increment(Ec))
+    ++Count;
+  return Count;
+}
+
+// The children of APid that exist now, with their state letter (Z: a zombie not yet reaped).
+std::map<pid_t, char> ChildrenOf(pid_t APid) {
+  std::map<pid_t, char> Children;
+  std::error_code Ec;
+  for (const auto& Entry : fs::directory_iterator("/proc", Ec)) {
+    const std::string Name = Entry.path().filename().string();
+    if (Name.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::string Stat;
+    try {
+      Stat = ReadWholeFile(Entry.path() / "stat");
+    } catch (...) {
+      continue;  // gone meanwhile
+    }
+    const size_t Close = Stat.rfind(')');
+    if (Close == std::string::npos || Close + 4 > Stat.size()) continue;
+    char State = Stat[Close + 2];
+    const pid_t Parent = std::atoi(Stat.c_str() + Close + 4);
+    if (Parent == APid) Children[std::stoi(Name)] = State;
+  }
+  return Children;
+}
+
+// The door pids the log names, in order of start.
+std::vector<pid_t> DoorPids(const std::string& ALog) {
+  std::vector<pid_t> Pids;
+  const std::regex Started("door started, pid ([0-9]+)");
+  for (auto It = std::sregex_iterator(ALog.begin(), ALog.end(), Started); It != std::sregex_iterator(); ++It)
+    Pids.push_back(std::stoi((*It)[1]));
+  return Pids;
+}
+
+bool ProcessGroupGone(pid_t APgid) { return kill(-APgid, 0) != 0 && errno == ESRCH; }
+
+// A shell door: bash running AScript, in which the host fills in the placeholders.
+std::vector<std::string> ShellDoor(const std::string& AScript) { return {"bash", "-c", AScript}; }
+
+// A door that says which node it is on and then waits for one line from its caller.
+const std::string NODE_THEN_WAIT = "printf 'node {node}\\r\\n' >&{fd}; read -r line <&{fd}";
+
+TEST(WicketHost, ReaderRunsOnTheInheritedSocketAndHandsItBack) {
+  TFeedServer Feed;
+  StartFeedServer(Feed, HttpOk(ReadWholeFile(SourceDir() / "samples" / "bbs-news.xml")));
+  TTempDir Run;
+  WriteWholeFile(Run.Path / "tamblin.cfg", SettingsText(FeedServerUrl(Feed, "/bbs-news.xml"), ""));
+  fs::create_directory_symlink(SourceDir() / "skins", Run.Path / "skins");
+  const std::string Reader = (BuildDir() / "tamblin").string();
+
+  // The two ways a BBS names the socket: on the command line, or in DOOR32.SYS.
+  const std::vector<std::vector<std::string>> Doors = {
+      {Reader, "-S{fd}", "-N{node}", "@tamblin.cfg"},
+      {Reader, "-D{door32}", "@tamblin.cfg"},
+  };
+  for (const auto& Door : Doors) {
+    SCOPED_TRACE(Door[1]);
+    THost Host;
+    StartHost(Host, {"--cwd", Run.Path.string()}, Door);
+    TCaller Caller(Host.Port);
+    ASSERT_GE(Caller.Fd, 0);
+    ASSERT_TRUE(Caller.Until("(01/")) << Caller.Wire;
+    // The door's own announcements are the first bytes on the line: the host adds nothing.
+    EXPECT_EQ(Caller.Wire.substr(0, 6), std::string("\xFF\xFB\x00\xFF\xFB\x01", 6));
+    Caller.Send("N");
+    ASSERT_TRUE(Caller.Until("(02/"));
+    EXPECT_EQ(CountOf(Caller.Wire, "Back at the host."), 0u);
+    Caller.Send("Q");
+    ASSERT_TRUE(Caller.UntilClosed());
+    ASSERT_GE(Caller.Wire.size(), BACK.size());
+    EXPECT_EQ(Caller.Wire.substr(Caller.Wire.size() - BACK.size()), BACK);
+    EXPECT_EQ(CountOf(Caller.Wire, "Back at the host."), 1u);
+    EXPECT_TRUE(WaitFor([&] { return Host.LogText().find("node 1: door ended") != std::string::npos; }));
+    EXPECT_NE(Host.LogText().find(", exit 0, "), std::string::npos) << Host.LogText();
+  }
+}
+
+// The door sees exactly what the host promised: the drop file's lines, the socket as its one
+// extra descriptor (not the socket of another caller), and its working folder.
+TEST(WicketHost, DoorGetsItsDropFileItsSocketAndNothingElse) {
+  THost Host;
+  TTempDir Work;
+  const std::string Script =
+      "cat {door32} >&{fd}; printf 'fds:' >&{fd}; "
+      "for n in {0..1023}; do [ -e /proc/$$/fd/$n ] && printf ' %s' $n >&{fd}; done; "
+      "printf '\\r\\ncwd: %s\\r\\n' \"$PWD\" >&{fd}; read -r line <&{fd}";
+  StartHost(Host,
+            {"--nodes", "3", "--bbs-name", "Night Owl", "--real-name", "Ada L", "--alias", "Countess",
+             "--security", "50", "--session-limit", "120", "--cwd", Work.Path.string()},
+            ShellDoor(Script));
+  TCaller First(Host.Port), Second(Host.Port);
+  for (TCaller* Caller : {&First, &Second}) ASSERT_TRUE(Caller->Until("cwd: ")) << Caller->Wire;
+  ASSERT_TRUE(First.Until("\r\n", 13));
+  ASSERT_TRUE(Second.Until("\r\n", 13));
+
+  int Node = 1;
+  for (TCaller* Caller : {&First, &Second}) {
+    SCOPED_TRACE(Node);
+    const std::regex Shape(
+        "2\r\n([0-9]+)\r\n38400\r\nNight Owl\r\n1\r\nAda L\r\nCountess\r\n50\r\n2\r\n1\r\n([0-9]+)\r\n"
+        "fds: ([0-9 ]+)\r\ncwd: ([^\r]*)\r\n");
+    std::smatch Match;
+    ASSERT_TRUE(std::regex_match(Caller->Wire, Match, Shape)) << Caller->Wire;
+    EXPECT_EQ(std::stoi(Match[2]), Node);
+    EXPECT_EQ(Match[3].str(), "0 1 2 " + Match[1].str());
+    EXPECT_EQ(fs::path(Match[4].str()), fs::canonical(Work.Path));
+    ++Node;
+  }
+  First.Send("bye\n");
+  Second.Send("bye\n");
+  EXPECT_TRUE(First.UntilClosed());
+  EXPECT_TRUE(Second.UntilClosed());
+}
+
+TEST(WicketHost, NodesAreTheLowestFreeAndAnExtraCallerIsTurnedAway) {
+  THost Host;
+  StartHost(Host, {"--nodes", "2"}, ShellDoor(NODE_THEN_WAIT));
+  TCaller A(Host.Port), B(Host.Port);
+  ASSERT_TRUE(A.Until("node 1\r\n"));
+  ASSERT_TRUE(B.Until("node 2\r\n"));
+
+  TCaller C(Host.Port);
+  ASSERT_TRUE(C.UntilClosed());
+  EXPECT_EQ(C.Wire, BUSY);
+
+  A.Send("bye\n");
+  ASSERT_TRUE(A.UntilClosed());
+  EXPECT_EQ(A.Wire.substr(A.Wire.size() - BACK.size()), BACK);
+  TCaller D(Host.Port);
+  EXPECT_TRUE(D.Until("node 1\r\n")) << D.Wire;
+  const std::string Log = Host.LogText();
+  EXPECT_NE(Log.find("turned away, all 2 nodes in use"), std::string::npos) << Log;
+  B.Send("bye\n");
+  D.Send("bye\n");
+  EXPECT_TRUE(B.UntilClosed());
+  EXPECT_TRUE(D.UntilClosed());
+}
+
+TEST(WicketHost, SessionLimitHangsUpTheDoorAndItsHelpers) {
+  struct TCase {
+    const char* Name;
+    std::string Script;
+    bool NeedsKill;  // ignores the hang-up, so only SIGKILL ends it
+  } Cases[] = {
+      {"hangs up", "printf 'up\\r\\n' >&{fd}; sleep 30; true", false},
+      {"ignores the hang-up", "trap '' HUP; printf 'up\\r\\n' >&{fd}; sleep 30; true", true},
+  };
+  for (const TCase& Case : Cases) {
+    SCOPED_TRACE(Case.Name);
+    THost Host;
+    StartHost(Host, {"--session-limit", "1", "--grace", "1"}, ShellDoor(Case.Script));
+    TCaller Caller(Host.Port);
+    ASSERT_TRUE(Caller.Until("up\r\n"));
+    const auto Up = TClock::now();
+    ASSERT_TRUE(Caller.UntilClosed(10s));
+    const double Seconds = std::chrono::duration<double>(TClock::now() - Up).count();
+    EXPECT_GE(Seconds, Case.NeedsKill ? 1.5 : 0.5);
+    EXPECT_LT(Seconds, Case.NeedsKill ? 5.0 : 4.0);
+    EXPECT_EQ(Caller.Wire.substr(Caller.Wire.size() - BACK.size()), BACK);
+
+    const std::string Log = Host.LogText();
+    EXPECT_NE(Log.find("session limit of 1 s reached"), std::string::npos) << Log;
+    EXPECT_EQ(Log.find("SIGKILL") != std::string::npos, Case.NeedsKill) << Log;
+    EXPECT_NE(Log.find(Case.NeedsKill ? "signal 9" : "signal 1"), std::string::npos) << Log;
+    // The door's sleep went with it: nothing is left of its process group.
+    const auto Pids = DoorPids(Log);
+    ASSERT_EQ(Pids.size(), 1u);
+    EXPECT_TRUE(WaitFor([&] { return ProcessGroupGone(Pids[0]); }, 3s));
+  }
+}
+
+TEST(WicketHost, EveryChildIsReapedAndNoDescriptorIsLeft) {
+  THost Host;
+  StartHost(Host, {"--nodes", "3"}, ShellDoor("printf 'hi {node}\\r\\n' >&{fd}; read -r line <&{fd}"));
+  const int Baseline = CountFds(Host.Pid);
+  ASSERT_GT(Baseline, 0);
+
+  for (int Round = 0; Round < 3; ++Round) {
+    // Three at once, each leaving in its own way: a line, a hang-up by the caller, and a
+    // caller who goes without reading the host's line.
+    TCaller A(Host.Port), B(Host.Port), C(Host.Port);
+    for (TCaller* Caller : {&A, &B, &C}) ASSERT_TRUE(Caller->Until("hi "));
+    A.Send("bye\n");
+    shutdown(B.Fd, SHUT_WR);
+    C.Send("bye\n");
+    close(C.Fd);
+    C.Fd = -1;
+    EXPECT_TRUE(A.UntilClosed());
+    EXPECT_TRUE(B.UntilClosed());
+    EXPECT_EQ(B.Wire.substr(B.Wire.size() - BACK.size()), BACK);
+  }
+  EXPECT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 9; }));
+  EXPECT_TRUE(WaitFor([&] { return ChildrenOf(Host.Pid).empty(); }, 5s)) << ChildrenOf(Host.Pid).size();
+  EXPECT_TRUE(WaitFor([&] { return CountFds(Host.Pid) == Baseline; }, 5s))
+      << CountFds(Host.Pid) << " descriptors, " << Baseline << " at the start";
+}
+
+TEST(WicketHost, DoorThatCannotStartStillGivesTheCallerTheHostsLine) {
+  THost Host;
+  StartHost(Host, {}, {"/nonexistent/door", "-S{fd}"});
+  TCaller Caller(Host.Port);
+  ASSERT_TRUE(Caller.UntilClosed());
+  EXPECT_EQ(Caller.Wire.substr(Caller.Wire.size() - BACK.size()), BACK);
+  const std::string Log = Host.LogText();
+  EXPECT_NE(Log.find("can't run /nonexistent/door"), std::string::npos) << Log;
+  EXPECT_NE(Log.find("exit 127"), std::string::npos) << Log;
+}
+
+TEST(WicketHost, TermStopsListeningHangsUpEveryDoorAndExitsZero) {
+  THost Host;
+  // Node 1's door leaves at the hang-up; node 2's ignores it and needs the kill.
+  StartHost(Host, {"--nodes", "2", "--grace", "1"},
+            ShellDoor("[ {node} = 2 ] && trap '' HUP; " + NODE_THEN_WAIT));
+  TCaller A(Host.Port), B(Host.Port);
+  ASSERT_TRUE(A.Until("node 1\r\n"));
+  ASSERT_TRUE(B.Until("node 2\r\n"));
+  const auto Pids = DoorPids(Host.LogText());
+  ASSERT_EQ(Pids.size(), 2u);
+
+  const int Port = Host.Port;
+  const pid_t HostPid = Host.Pid;
+  ASSERT_EQ(kill(Host.Pid, SIGTERM), 0);
+  EXPECT_EQ(WaitHostExit(Host, 6s), 0);
+  for (TCaller* Caller : {&A, &B}) {
+    EXPECT_TRUE(Caller->UntilClosed(3s));
+    EXPECT_EQ(Caller->Wire.substr(Caller->Wire.size() - BACK.size()), BACK);
+  }
+  for (pid_t Pid : Pids) EXPECT_TRUE(ProcessGroupGone(Pid)) << Pid;
+  EXPECT_EQ(Connect(Port), -1);
+  const std::string Log = Host.LogText();
+  EXPECT_NE(Log.find("stopping on"), std::string::npos) << Log;
+  EXPECT_NE(Log.find("SIGKILL"), std::string::npos) << Log;
+  EXPECT_NE(Log.find("stopped"), std::string::npos) << Log;
+  EXPECT_FALSE(fs::exists("/proc/" + std::to_string(HostPid)));
+}
+
+TEST(WicketHost, CommandLineMistakesAndABusyPortEndWithAMessage) {
+  struct TCase {
+    std::vector<std::string> Args;
+    int Exit;
+    const char* InOutput;
+  } Cases[] = {
+      {{}, 2, "no door command"},
+      {{"--nodes", "0", "--", "true"}, 2, "--nodes"},
+      {{"--help"}, 0, "Usage: wicket-host"},
+      {{"--cwd", "/nonexistent/folder", "--", "true"}, 1, "is not a folder"},
+  };
+  for (const TCase& Case : Cases) {
+    TTempDir Dir;
+    const std::string Out = (Dir.Path / "out").string();
+    std::vector<std::string> Args = {(BuildDir() / "wicket-host").string()};
+    Args.insert(Args.end(), Case.Args.begin(), Case.Args.end());
+    std::string Line;
+    for (const auto& Arg : Args) Line += "'" + Arg + "' ";
+    const int Status = std::system((Line + ">" + Out + " 2>&1 </dev/null").c_str());
+    ASSERT_TRUE(WIFEXITED(Status));
+    EXPECT_EQ(WEXITSTATUS(Status), Case.Exit) << Line;
+    EXPECT_NE(ReadWholeFile(Out).find(Case.InOutput), std::string::npos) << ReadWholeFile(Out);
+  }
+
+  THost First;
+  StartHost(First, {}, {"true"});
+  TTempDir Dir;
+  const std::string Out = (Dir.Path / "out").string();
+  const std::string Line = "'" + (BuildDir() / "wicket-host").string() +
+                           "' --listen 127.0.0.1:" + std::to_string(First.Port) + " -- true >" + Out +
+                           " 2>&1 </dev/null";
+  const int Status = std::system(Line.c_str());
+  EXPECT_EQ(WEXITSTATUS(Status), 1);
+  EXPECT_NE(ReadWholeFile(Out).find("can't listen on 127.0.0.1:"), std::string::npos);
+}
+
+}  // namespace
