@@ -102,16 +102,6 @@ TEST(WordWrap, Table) {
   }
 }
 
-TEST(WordWrap, NoLineExceedsTheWidthUnlessItIsOneWord) {
-  const std::string Text = "The quick brown fox jumps over the lazy dog; " + Words(40, "lorem ipsum") + " " +
-                           std::string(70, 'W') + " end.";
-  for (const auto& Line : WordWrapLines(Text, WrapCol)) {
-    if (Line.size() > static_cast<size_t>(WrapCol)) {
-      EXPECT_EQ(Line.find(' '), Line.size() - 1) << Line;
-    }
-  }
-}
-
 TEST(CenteredColumn, Table) {
   struct TCase {
     size_t Length;
@@ -128,38 +118,6 @@ TEST(ItemCounterText, Table) {
   } Cases[] = {{2, 12, "(03/12)"}, {2, 9, "(03/9)"},       {9, 12, "(10/12)"}, {0, 1, "(01/1)"},
                {8, 9, "(09/9)"},   {99, 150, "(100/150)"}, {9, 10, "(10/10)"}};
   for (const auto& C : Cases) EXPECT_EQ(ItemCounterText(C.Index, C.Total), C.Text);
-}
-
-TEST(DoorWriteCentered2, SendsTheMoveThenTheTextWithNoLineEnd) {
-  EXPECT_EQ(Captured([] { DoorWriteCentered2(COMMAND_LINE); }),
-            "\x1B[255D\x1B[21C" + std::string(COMMAND_LINE));
-  // Beyond 83 bytes the column wraps to the right edge, as the caller's terminal will clamp it.
-  EXPECT_EQ(Captured([] { DoorWriteCentered2(std::string(84, 'x')); }),
-            "\x1B[255D\x1B[254C" + std::string(84, 'x'));
-  EXPECT_EQ(Captured([] { DoorWriteCentered2(""); }), "\x1B[255D\x1B[40C");
-}
-
-TEST(ClearBox, BlanksRowsTwoToTwentyTwoOnTheBoxColour) {
-  ResetColours();
-  FeedBgColor = 1;
-  TScreenModel Screen;
-  for (auto& Row : Screen.Cells) {
-    for (auto& Cell : Row) Cell = {'#', 0x07};
-  }
-  ScreenFeed(Screen, Captured([] {
-               DoorTextColour(14);
-               ClearBox();
-             }));
-  for (int Y = 1; Y <= 25; ++Y) {
-    for (int X = 1; X <= 80; ++X) {
-      const bool Inside = Y >= 2 && Y <= 22 && X >= 13 && X <= 68;
-      ASSERT_EQ(Screen.Cells[Y - 1][X - 1].Ch, Inside ? ' ' : '#') << X << "," << Y;
-      if (Inside) {
-        ASSERT_EQ(ScreenAttr(Screen, X, Y), 0x1E) << X << "," << Y;  // foreground kept
-      }
-    }
-  }
-  ResetColours();
 }
 
 TEST(DoorWriteLnWrapped, SixteenLinesCutTo54AtColumn14) {

@@ -77,10 +77,3 @@ TEST(ItemAfterCommand, StopsAtBothEnds) {
         << C.Command << " " << C.Current << "/" << C.Count;
   }
 }
-
-TEST(TFeedRelease, LeavesTheFeedEmptyWithItsMemoryGiven) {
-  std::vector<std::string> Lines(1000, std::string(100, 'x'));
-  TFeedRelease()(&Lines);
-  EXPECT_TRUE(Lines.empty());
-  EXPECT_EQ(Lines.capacity(), 0u);
-}

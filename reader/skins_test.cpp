@@ -72,17 +72,6 @@ TEST(GetRandomAnsFile, EveryCandidateEquallyLikely) {
   }
 }
 
-TEST(GetRandomAnsFile, SameSeedSamePick) {
-  TTempDir Dir;
-  for (int I = 0; I < 10; ++I) Touch(Dir.Path / (std::to_string(I) + ".ans"));
-  std::vector<std::string> First, Second;
-  SeedRandom(42);
-  for (int I = 0; I < 20; ++I) First.push_back(GetRandomAnsFile(Dir.Path.string()));
-  SeedRandom(42);
-  for (int I = 0; I < 20; ++I) Second.push_back(GetRandomAnsFile(Dir.Path.string()));
-  EXPECT_EQ(First, Second);
-}
-
 TEST(ChooseSkin, ConfiguredNameIsAlwaysTakenInsideSkins) {
   TTempDir Dir;
   const fs::path Old = fs::current_path();

@@ -56,10 +56,8 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   }
   const std::string Program = (BuildDir() / "tamblin").string();
   std::vector<std::string> Args = {Program};
-  if (!ASetup.ExtraArgsOnly) {
-    Args.push_back(ASetup.Link == rlSocket ? "-S" + std::to_string(CHILD_LINK_FD) : "-S-1");
-    Args.push_back("-N1");
-  }
+  Args.push_back(ASetup.Link == rlSocket ? "-S" + std::to_string(CHILD_LINK_FD) : "-S-1");
+  Args.push_back("-N1");
   Args.insert(Args.end(), ASetup.Args.begin(), ASetup.Args.end());
   std::vector<char*> Argv;
   for (auto& Arg : Args) Argv.push_back(Arg.data());

@@ -15,8 +15,7 @@ struct TReaderRunSetup {
   std::vector<std::string> Args;  // after the link options ("-S-1 -N1" or "-S3 -N1")
   std::string Keys;               // what the caller types, sent at once
   TReaderLink Link = rlStdio;
-  int TimeoutMs = 20000;       // the run is killed after this
-  bool ExtraArgsOnly = false;  // true: no link options, Args are the whole command line
+  int TimeoutMs = 20000;  // the run is killed after this
 };
 
 struct TReaderRunResult {

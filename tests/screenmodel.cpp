@@ -89,19 +89,8 @@ void Csi(TScreenModel& S, char AFinal) {
       if (P[0] == 2) Clear(S, 1, 1, TScreenModel::WIDTH, TScreenModel::HEIGHT);
       if (P[0] == 0) Clear(S, S.X, S.Y, TScreenModel::WIDTH, TScreenModel::HEIGHT);
       break;
-    case 'K':
-      Clear(S, S.X, S.Y, TScreenModel::WIDTH, S.Y);
-      break;
     case 'm':
       Sgr(S, P);
-      break;
-    case 's':
-      S.SavedX = S.X;
-      S.SavedY = S.Y;
-      break;
-    case 'u':
-      S.X = S.SavedX;
-      S.Y = S.SavedY;
       break;
     default:
       break;

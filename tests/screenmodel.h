@@ -2,9 +2,8 @@
 // keeps what a terminal would show, so that a test can say "row 25 reads ... from column 22"
 // instead of matching every sequence. It knows the sequences the door and the bundled skins
 // use: cursor position (H, f; 0 counts as 1), moves (A B C D, stopping at the edges), erase
-// (J, K), save and restore (s, u) and colours (m, in the PC attribute layout), plus CR, LF, BS,
-// and the wrap after column 80 that happens when the next character comes. Anything else in a
-// CSI is swallowed.
+// (J) and colours (m, in the PC attribute layout), plus CR, LF, BS, and the wrap after column
+// 80 that happens when the next character comes. Anything else in a CSI is swallowed.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +23,6 @@ struct TScreenModel {
   int Y = 1;
   bool PendingWrap = false;
   uint8_t Attr = 0x07;
-  int SavedX = 1;
-  int SavedY = 1;
   int Scrolls = 0;  // how often the screen moved up a line
   // The parser between two feeds: inside an escape sequence, and its bytes so far.
   int EscState = 0;
