@@ -170,15 +170,15 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
       {"-? and -S without -N, with a usable drop file: the file is read",
        [&](int, auto& ADir) {
          return std::vector<std::string>{"-?", "-S7",
-                                         "-D" + WriteDropFile(ADir + "/a/DOOR32.SYS", Door32("0", "9"))};
+                                         "-D" + WriteDropFile(ADir + "/a/DOOR32.SYS", Door32("0", "909"))};
        },
-       "StdIO=1 Events=0 Node=4 ComType=0 ComNum=9 Real=Jane Doe"},
+       "StdIO=1 Events=0 Node=4 ComType=0 ComNum=909 Real=Jane Doe"},
       {"-N with a drop file: the node comes from the file",
        [&](int, auto& ADir) {
          return std::vector<std::string>{"-N5",
-                                         "-D" + WriteDropFile(ADir + "/a2/DOOR32.SYS", Door32("0", "9"))};
+                                         "-D" + WriteDropFile(ADir + "/a2/DOOR32.SYS", Door32("0", "909"))};
        },
-       "StdIO=1 Events=0 Node=4 ComType=0 ComNum=9 Real=Jane Doe"},
+       "StdIO=1 Events=0 Node=4 ComType=0 ComNum=909 Real=Jane Doe"},
       {"a lower-case door32.sys naming the link",
        [&](int AFd, auto& ADir) {
          return std::vector<std::string>{"-D" + WriteDropFile(ADir + "/b/door32.sys", Door32("2", Fd(AFd)))};
@@ -197,9 +197,9 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
        "StdIO=1 Events=0 Node=4 ComType=1 ComNum=-1 Real=Jane Doe"},
       {"connection type 3: stdio stays",
        [&](int, auto& ADir) {
-         return std::vector<std::string>{"-D" + WriteDropFile(ADir + "/e/DOOR32.SYS", Door32("3", "5"))};
+         return std::vector<std::string>{"-D" + WriteDropFile(ADir + "/e/DOOR32.SYS", Door32("3", "905"))};
        },
-       "StdIO=1 Events=0 Node=4 ComType=3 ComNum=5 Real=Jane Doe"},
+       "StdIO=1 Events=0 Node=4 ComType=3 ComNum=905 Real=Jane Doe"},
       {"DORINFO1.DEF goes to its own reader though it contains INFO.",
        [&](int, auto& ADir) {
          return std::vector<std::string>{
@@ -220,9 +220,9 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
        [&](int, auto& ADir) {
          return std::vector<std::string>{
              "-D" + WriteDropFile(ADir + "/g/INFO.1",
-                                  {"3", "3", "", "", "10", "al", "Ann", "Lee", "12", "", "", "LOCAL"})};
+                                  {"3", "3", "", "", "10", "al", "Ann", "Lee", "912", "", "", "LOCAL"})};
        },
-       "StdIO=1 Events=0 Node=0 ComType=0 ComNum=12 Real=Ann Lee"},
+       "StdIO=1 Events=0 Node=0 ComType=0 ComNum=912 Real=Ann Lee"},
   };
   for (const TModeCase& Case : Cases) {
     const TDoorProcessRun Run = StartWith([&](int AFd) { return Case.Arguments(AFd, D); });
