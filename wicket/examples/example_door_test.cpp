@@ -262,6 +262,20 @@ TEST(ExampleDoor, StdioModeOnPipes) {
   CloseAll(Door);
 }
 
+TEST(ExampleDoor, StdioModeEndsWithCodeZeroWhenTheBbsDropsBothPipes) {
+  TDoorProgram Door = StartDoor({"-S-1", "-N4"});
+  ASSERT_TRUE(WaitFor(Door.Output, Door.Seen, "Your name:"));
+  close(Door.Output);  // the door's next writes find no reader: no SIGPIPE may kill it
+  Door.Output = -1;
+  Send(Door.Input, "Bo\r");
+  close(Door.Input);
+  Door.Input = -1;
+  const auto Dropped = TClock::now();
+  EXPECT_EQ(WaitExit(Door), 0);
+  EXPECT_LT(MsSince(Dropped), 1000);
+  CloseAll(Door);
+}
+
 TEST(ExampleDoor, UsageScreenWithTheProgramsOwnName) {
   for (const char* Option : {"/?", "-?", "-S1000", "-D"}) {
     TDoorProgram Door = StartDoor({Option});
