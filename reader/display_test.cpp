@@ -240,8 +240,7 @@ TEST(About, RowsOfTheViewAndTheKeyItDrops) {
   for (int Y = 6; Y <= 12; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
   EXPECT_EQ(Trim(ScreenText(Screen, 13, 13, 56)), "");
   for (int Y = 14; Y <= 17; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
-  // This line wraps at 55 bytes with the "!" as its 55th, and body lines are cut to 54.
-  EXPECT_EQ(Trim(ScreenText(Screen, 13, 17, 56)), "version from https://github.com/tamblin-reader/tamblin");
+  EXPECT_EQ(Trim(ScreenText(Screen, 13, 17, 56)), "version from https://github.com/tamblin/reader!");
   EXPECT_EQ(Trim(ScreenText(Screen, 13, 18, 56)), "");
   EXPECT_EQ(ScreenRow(Screen, 19), std::string(19, ' ') + "*** Press Any Key To Continue Reading ***");
   EXPECT_EQ(ScreenAttr(Screen, 20, 19), 0x7E);
@@ -253,5 +252,5 @@ TEST(About, TextsWrapToSevenAndFourLines) {
   EXPECT_EQ(WordWrapLines(ABOUT_TEXT_1, WrapCol).size(), 7u);
   EXPECT_EQ(WordWrapLines(ABOUT_TEXT_2, WrapCol).size(), 4u);
   EXPECT_TRUE(
-      ABOUT_TEXT_2.ends_with(" Get the latest version from https://github.com/tamblin-reader/tamblin!"));
+      ABOUT_TEXT_2.ends_with(" Get the latest version from https://github.com/tamblin/reader!"));
 }

@@ -22,7 +22,7 @@ const std::string_view ABOUT_TEXT_1 =
 const std::string_view ABOUT_TEXT_2 =
     "Thanks to Kestrel for giving me the keys to the kingdom with the lookup table for strange and "
     "unicode characters. Still going strong in 2025! Get the latest version from "
-    "https://github.com/tamblin-reader/tamblin!";
+    "https://github.com/tamblin/reader!";
 
 namespace {
 
