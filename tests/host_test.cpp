@@ -47,8 +47,14 @@ struct THost {
   THost() = default;
   THost(const THost&) = delete;
   THost& operator=(const THost&) = delete;
+  // Stopped as a sysop would, so that it cleans up; killed only if that fails.
   ~THost() {
     if (Pid <= 0) return;
+    kill(Pid, SIGTERM);
+    for (int Try = 0; Try < 500; ++Try) {
+      if (waitpid(Pid, nullptr, WNOHANG) == Pid) return;
+      usleep(10000);
+    }
     kill(Pid, SIGKILL);
     waitpid(Pid, nullptr, 0);
   }
@@ -295,6 +301,15 @@ TEST(WicketHost, DoorGetsItsDropFileItsSocketAndNothingElse) {
   Second.Send("bye\n");
   EXPECT_TRUE(First.UntilClosed());
   EXPECT_TRUE(Second.UntilClosed());
+  // Each session's drop file had a folder of its own, gone with the session.
+  const std::string Log = Host.LogText();
+  const std::regex DropFile("cat (/[^ ]+)/DOOR32\\.SYS");
+  int Folders = 0;
+  for (auto It = std::sregex_iterator(Log.begin(), Log.end(), DropFile); It != std::sregex_iterator(); ++It) {
+    ++Folders;
+    EXPECT_FALSE(fs::exists((*It)[1].str())) << (*It)[1];
+  }
+  EXPECT_EQ(Folders, 2);
 }
 
 TEST(WicketHost, NodesAreTheLowestFreeAndAnExtraCallerIsTurnedAway) {

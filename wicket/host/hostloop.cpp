@@ -1,7 +1,7 @@
 // The host's event loop and the sessions it runs. It owns the listening socket, the self-pipe
 // that signal handlers wake the loop with, one session record per node (the host's copy of the
-// caller's socket, the door's process, its deadlines), the callers being hung up, and the
-// temporary folder with one DOOR32.SYS per node. Everything happens on the one thread, between
+// caller's socket, the door's process, its deadlines, its temporary folder with DOOR32.SYS),
+// and the callers being hung up. Everything happens on the one thread, between
 // two poll() calls; signal handlers only set a flag and write one byte to the self-pipe.
 #include "hostloop.h"
 
@@ -47,6 +47,7 @@ struct THostSession {
   TClock::time_point KillAt = TClock::time_point::max();    // set by the SIGHUP
   bool HungUp = false;
   bool Killed = false;
+  std::string DropDir;  // the session's folder with its DOOR32.SYS
 };
 
 // A caller who has had the last line and a FIN, and whose late input is read and dropped until
@@ -66,8 +67,7 @@ static int FListenFd = -1;
 static int FWakeRead = -1;
 static int FWakeWrite = -1;
 static volatile sig_atomic_t FStopSignal = 0;
-static std::string FDropRoot;  // per-node folders with DOOR32.SYS, removed at the end
-static std::string FHostDir;   // the host's working directory at start
+static std::string FHostDir;  // the host's working directory at start
 static TClock::time_point FAcceptPausedUntil;
 
 static void Log(const std::string& ALine) {
@@ -166,32 +166,28 @@ static void StopListening() {
   FListenFd = -1;
 }
 
-static bool MakeDropRoot(std::string& AError) {
+// Makes the session's own folder under $TMPDIR (or /tmp) and writes its DOOR32.SYS there;
+// returns the file's path. The folder lives only as long as the session, so a host that is
+// killed outright leaves at most the folders of the callers it had. A failure is logged and
+// the door still runs (it may not need the file).
+static std::string WriteDoor32(THostSession& ASession, int ANode) {
   const char* Tmp = std::getenv("TMPDIR");
-  std::string Template = std::string(Tmp != nullptr && *Tmp != '\0' ? Tmp : "/tmp") + "/wicket-host.XXXXXX";
-  if (mkdtemp(Template.data()) == nullptr) {
-    AError = "can't make a folder for the drop files (" + Template + "): " + ErrorText(errno);
-    return false;
+  std::string Dir = std::string(Tmp != nullptr && *Tmp != '\0' ? Tmp : "/tmp") + "/wicket-host-node" +
+                    std::to_string(ANode) + ".XXXXXX";
+  const std::string NodeText = "node " + std::to_string(ANode);
+  if (mkdtemp(Dir.data()) == nullptr) {
+    Log(NodeText + ": can't make a folder for DOOR32.SYS (" + Dir + "): " + ErrorText(errno));
+    return Dir + "/DOOR32.SYS";
   }
-  FDropRoot = Template;
-  return true;
-}
-
-static std::string NodeDir(int ANode) { return FDropRoot + "/node" + std::to_string(ANode); }
-
-// Writes the node's DOOR32.SYS and returns its path; a failure is logged, and the door still
-// runs (it may not need the file).
-static std::string WriteDoor32(int ANode, int ASocket) {
-  const std::string Dir = NodeDir(ANode);
+  ASession.DropDir = Dir;
   const std::string Path = Dir + "/DOOR32.SYS";
-  const std::string Text = HostDoor32Text(FOptions, ASocket, ANode);
-  mkdir(Dir.c_str(), 0700);
+  const std::string Text = HostDoor32Text(FOptions, ASession.Socket, ANode);
   const int Fd = open(Path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   bool Ok = Fd >= 0;
   if (Ok) Ok = write(Fd, Text.data(), Text.size()) == static_cast<ssize_t>(Text.size());
   const int Error = errno;
   if (Fd >= 0) close(Fd);
-  if (!Ok) Log("node " + std::to_string(ANode) + ": can't write " + Path + ": " + ErrorText(Error));
+  if (!Ok) Log(NodeText + ": can't write " + Path + ": " + ErrorText(Error));
   return Path;
 }
 
@@ -263,8 +259,10 @@ static void FinishSession(int ANode, const std::string& AHow) {
   if (Session.Pid > 0) kill(-Session.Pid, SIGHUP);
   SendLine(Session.Socket, BACK_AT_HOST, sizeof(BACK_AT_HOST) - 1);
   HangUpCaller(Session.Socket);
-  std::error_code Ignored;
-  std::filesystem::remove_all(NodeDir(ANode), Ignored);
+  if (!Session.DropDir.empty()) {
+    std::error_code Ignored;
+    std::filesystem::remove_all(Session.DropDir, Ignored);
+  }
   Session = THostSession();
 }
 
@@ -318,7 +316,7 @@ static void StartSession(int ANode, int ASocket, const std::string& APeer) {
   const std::string NodeText = "node " + std::to_string(ANode);
   Log(NodeText + ": connect from " + APeer);
 
-  const std::string Door32 = WriteDoor32(ANode, ASocket);
+  const std::string Door32 = WriteDoor32(Session, ANode);
   std::vector<std::string> Args = HostExpandCommand(FOptions.Command, ASocket, ANode, Door32);
   // A door named by a relative path is found from where the host was started, not from --cwd.
   if (Args[0].find('/') != std::string::npos && Args[0][0] != '/') Args[0] = FHostDir + "/" + Args[0];
@@ -500,7 +498,7 @@ int HostRun(const THostOptions& AOptions) {
   InstallSignalHandlers();
 
   std::string Problem;
-  if (!StartListening(Problem) || !MakeDropRoot(Problem)) {
+  if (!StartListening(Problem)) {
     Log(Problem);
     StopListening();
     return 1;
@@ -514,7 +512,6 @@ int HostRun(const THostOptions& AOptions) {
   StopListening();
   for (const TLingeringCaller& Caller : FLingering) close(Caller.Socket);
   FLingering.clear();
-  std::filesystem::remove_all(FDropRoot, Error);
   close(FWakeRead);
   close(FWakeWrite);
   Log("stopped");

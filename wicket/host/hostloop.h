@@ -14,7 +14,7 @@
 // Runs the host as AOptions says until SIGINT, SIGTERM or SIGHUP: then it stops listening,
 // sends SIGHUP to every running door, gives them the grace period, kills what is left with
 // SIGKILL, writes every caller its line and returns 0. Returns 1 at once, after a message on
-// standard error, when it can't listen or can't make its folder for the drop files.
+// standard error, when it can't listen or --cwd is no folder.
 // Logs one line per connect, door start, door end and refused caller on standard error.
 // Installs signal handlers and ignores SIGPIPE for the process: call it once, from main.
 int HostRun(const THostOptions& AOptions);
