@@ -257,12 +257,14 @@ static void FinishSession(int ANode, const std::string& AHow) {
   // Helpers the door left behind in its group would keep the caller's line open. The group
   // outlives its reaped leader only while members are left, so its number is still ours.
   if (Session.Pid > 0) kill(-Session.Pid, SIGHUP);
-  SendLine(Session.Socket, BACK_AT_HOST, sizeof(BACK_AT_HOST) - 1);
-  HangUpCaller(Session.Socket);
+  // Cleared away before the caller hears of the end, so a caller (or a test) that has the
+  // host's line finds nothing of the session left.
   if (!Session.DropDir.empty()) {
     std::error_code Ignored;
     std::filesystem::remove_all(Session.DropDir, Ignored);
   }
+  SendLine(Session.Socket, BACK_AT_HOST, sizeof(BACK_AT_HOST) - 1);
+  HangUpCaller(Session.Socket);
   Session = THostSession();
 }
 
