@@ -13,10 +13,12 @@
 #include <chrono>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
 #include <thread>
 
 #include "comm/comm.h"
 #include "console/console.h"
+#include "doorstartup.h"
 #include "doorstate.h"
 
 namespace {
@@ -67,6 +69,9 @@ void CallWarning(TDoorWarningProc AHook, int32_t ARemaining) {
 // The watch pass. Runs only on a socket link (Events), at most once per whole second.
 void DoorDoEvents() {
   if (!DoorSession.Events) return;
+  // The BBS has hung the caller up: end now, through the exit handlers, which put the
+  // caller's colours back and hand the link back to the BBS. No pause: nobody is reading.
+  if (DoorHangupSignalled()) std::exit(0);
   if (WholeSeconds(DoorNow(), DoorSession.EventsTime) < 1) return;
 
   if (!DoorCarrier() && DoorOnHangup != nullptr) DoorOnHangup();

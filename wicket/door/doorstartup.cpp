@@ -57,13 +57,19 @@ void ArmExitRunner() {
   FOldTerminate = std::set_terminate(OnTerminate);
 }
 
-// A hang-up of the terminal the door runs on means that the caller of a stdio run has gone.
-// Everything here is safe in a signal handler: the terminal is put back at once, and standard
-// input becomes an empty file, so that the key wait finds the end of input and the console
-// ends the process with exit(0), running every exit handler on the way. In socket mode keys
-// come from the link and the caller is still there; the run goes on without its local screen.
+// Set by SIGHUP; read by the key wait of a socket run (DoorHangupSignalled).
+volatile sig_atomic_t FHangupSignalled = 0;
+
+// SIGHUP is how a BBS hangs a door up: the caller has gone, or the BBS wants the node back
+// (wicket-host sends it at a session limit and at its stop, then SIGKILL after a grace time).
+// Everything here is safe in a signal handler: the terminal is put back at once. In stdio mode
+// standard input becomes an empty file, so that the key wait finds the end of input and the
+// console ends the process with exit(0), running every exit handler on the way. On a socket
+// link the flag makes the key wait do the same at its next turn, within about a second.
 void OnHangupSignal(int) {
   ConsoleRestoreTerminal();
+  FHangupSignalled = 1;
+  if (!StdIO) return;
   const int Null = open("/dev/null", O_RDONLY);
   if (Null >= 0) {
     dup2(Null, STDIN_FILENO);
@@ -283,6 +289,8 @@ void DoorClose(bool ADisconnect) {
 }
 
 bool DoorStdio() { return StdIO; }
+
+bool DoorHangupSignalled() { return FHangupSignalled != 0; }
 
 void NewExitProc() {
   DoorExitProc = OldExitProc;

@@ -64,6 +64,9 @@ bool DoorOpenComm();
 void DoorClose(bool ADisconnect);
 // The value of StdIO.
 bool DoorStdio();
+// True once SIGHUP has reached the process after DoorStartup: the BBS has hung the caller up.
+// The key wait of a socket run then ends the process with exit code 0 (exit handlers run).
+bool DoorHangupSignalled();
 
 // The exit handler installed by DoorStartup on a socket link: puts OldExitProc back in
 // DoorExitProc, leaves the caller in grey on black in the bottom left corner, and closes the
