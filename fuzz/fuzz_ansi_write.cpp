@@ -13,6 +13,7 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +32,9 @@ static void DrainTerminal(int AMaster) {
   char Buf[65536];
   for (;;) {
     ssize_t N = read(AMaster, Buf, sizeof(Buf));
+    // libFuzzer's timers interrupt reads; a drain that stopped then would let the terminal
+    // fill up and block the console's next write.
+    if (N < 0 && errno == EINTR) continue;
     if (N <= 0) return;
     Tail.append(Buf, static_cast<size_t>(N));
     if (Tail.find("\x1b[6n") != std::string::npos) {
