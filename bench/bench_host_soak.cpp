@@ -199,7 +199,7 @@ std::string CallerSession(int APort) {
     Until("\x01\x02never", 1);  // reads to the end of the line
     if (!Closed)
       Problem = "line still open";
-    else if (Wire.compare(0, 6, std::string("\xFF\xFB\x00\xFF\xFB\x01", 6)) != 0)
+    else if (Wire.compare(0, 9, std::string("\xFF\xFB\x03\xFF\xFB\x00\xFF\xFB\x01", 9)) != 0)
       Problem = "no telnet announcements first";
     else if (Wire.size() < BACK.size() || Wire.compare(Wire.size() - BACK.size(), BACK.size(), BACK) != 0)
       Problem = "no \"Back at the host.\" at the end";

@@ -1,6 +1,6 @@
 # What `cmake --install` puts in place: the programs tamblin and wicket-host in bin/; the
 # reader's skins, sample settings and sample feed in share/tamblin/, laid out as a run folder
-# (a run looks for skins/ in its working directory); and, for door authors, libwicket with its
+# (a run looks for skins/ in its working directory) with install-xtrn.ini for Synchronet; and, for door authors, libwicket with its
 # headers under include/wicket/ (folders kept, so "door/door.h" reads as in this tree) and the
 # pkg-config file wicket.pc:
 #   c++ -std=c++20 mydoor.cpp $(pkg-config --cflags --libs wicket) -o mydoor
@@ -19,6 +19,7 @@ set(TAMBLIN_SHARE_DIR ${CMAKE_INSTALL_DATADIR}/tamblin)
 file(GLOB TAMBLIN_SKIN_FILES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/skins/*.ans)
 install(FILES ${TAMBLIN_SKIN_FILES} DESTINATION ${TAMBLIN_SHARE_DIR}/skins)
 install(FILES ${CMAKE_SOURCE_DIR}/samples/tamblin.cfg ${CMAKE_SOURCE_DIR}/samples/bbs-news.xml
+              ${CMAKE_SOURCE_DIR}/install-xtrn.ini
         DESTINATION ${TAMBLIN_SHARE_DIR})
 
 # wicket.pc names the prefix the tree is installed under, which `cmake --install --prefix`

@@ -251,8 +251,8 @@ TEST(WicketHost, ReaderRunsOnTheInheritedSocketAndHandsItBack) {
     TCaller Caller(Host.Port);
     ASSERT_GE(Caller.Fd, 0);
     ASSERT_TRUE(Caller.Until("(01/")) << Caller.Wire;
-    // The door's own announcements are the first bytes on the line: the host adds nothing.
-    EXPECT_EQ(Caller.Wire.substr(0, 6), std::string("\xFF\xFB\x00\xFF\xFB\x01", 6));
+    // The host says WILL SGA as a BBS would; the door's own announcements follow at once.
+    EXPECT_EQ(Caller.Wire.substr(0, 9), std::string("\xFF\xFB\x03\xFF\xFB\x00\xFF\xFB\x01", 9));
     Caller.Send("N");
     ASSERT_TRUE(Caller.Until("(02/"));
     EXPECT_EQ(CountOf(Caller.Wire, "Back at the host."), 0u);
@@ -288,6 +288,7 @@ TEST(WicketHost, DoorGetsItsDropFileItsSocketAndNothingElse) {
   for (TCaller* Caller : {&First, &Second}) {
     SCOPED_TRACE(Node);
     const std::regex Shape(
+        "\xFF\xFB\x03"  // the host's WILL SGA, then what the door wrote
         "2\r\n([0-9]+)\r\n38400\r\nNight Owl\r\n1\r\nAda L\r\nCountess\r\n50\r\n2\r\n1\r\n([0-9]+)\r\n"
         "fds: ([0-9 ]+)\r\ncwd: ([^\r]*)\r\n");
     std::smatch Match;

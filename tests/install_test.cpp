@@ -270,7 +270,7 @@ TEST_F(InstalledTree, OwnDoorRunsInStdioModeAndUnderTheInstalledHost) {
   int Status = 0;
   waitpid(HostPid, &Status, 0);
 
-  EXPECT_EQ(Wire.substr(0, 6), std::string("\xFF\xFB\x00\xFF\xFB\x01", 6));
+  EXPECT_EQ(Wire.substr(0, 9), std::string("\xFF\xFB\x03\xFF\xFB\x00\xFF\xFB\x01", 9));
   EXPECT_NE(Wire.find("Installed door on node 1"), std::string::npos) << Wire;
   const size_t Key = Wire.find("Key: x");
   const size_t Back = Wire.find("Back at the host.\r\n");

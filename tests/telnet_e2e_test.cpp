@@ -222,10 +222,8 @@ TEST(TelnetClient, NewcomerPagesTheSampleFeedThroughWicketHost) {
   StartHost(Host, Dir.Path / "host.log", Run);
   if (HasFatalFailure()) return;
 
-  // The door offers telnet BINARY and ECHO only, so the client would stay in its line-by-line
-  // mode; a caller of a BBS gets character mode from the BBS's own negotiation. Here the
-  // client is told so in its start-up file, the way a person sets it up.
-  WriteWholeFile(Home / ".telnetrc", "127.0.0.1\n  mode character\n");
+  // No start-up file for the client: the host's WILL SGA and the door's WILL ECHO must put it in
+  // character mode by themselves, so that each key reaches the door as it is typed.
   TTerminal Term;
   Term.Socket = Dir.Path / "tmux.sock";
   Term.Config = Dir.Path / "tmux.conf";

@@ -31,6 +31,10 @@ using TClock = std::chrono::steady_clock;
 // The door may leave the caller in any colour (black on black, mid-row): the line is made
 // readable on a fresh row in plain grey first.
 constexpr char BACK_AT_HOST[] = "\x1b[0m\r\nBack at the host.\r\n";
+// IAC WILL SUPPRESS-GO-AHEAD, as a BBS's telnet layer says before any door runs. With the
+// door's own WILL ECHO it puts a plain telnet client into character mode, so each key reaches
+// the door as it is typed rather than a line at a time.
+constexpr char TELNET_WILL_SGA[] = "\xFF\xFB\x03";
 constexpr char ALL_NODES_BUSY[] = "All nodes are busy. Please call back later.\r\n";
 // How long a hung-up caller may go on sending before the host closes its end regardless.
 constexpr auto LINGER_TIME = std::chrono::seconds(2);
@@ -369,6 +373,7 @@ static void AcceptCallers() {
       HangUpCaller(Fd);
       continue;
     }
+    SendLine(Fd, TELNET_WILL_SGA, sizeof(TELNET_WILL_SGA) - 1);
     StartSession(Node, Fd, PeerText);
   }
 }
