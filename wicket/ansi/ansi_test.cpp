@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "crt2/crt2.h"
 
@@ -18,83 +17,47 @@ std::string Show(const std::string& AText) {
   return Out;
 }
 
+// AFn(AArg) built while the door's attribute is ACurrent.
+std::string With(uint8_t ACurrent, std::string (*AFn)(uint8_t), uint8_t AArg) {
+  SetTextAttr(ACurrent);
+  return AFn(AArg);
+}
+std::string Blink(uint8_t AOn) { return AnsiBlink(AOn != 0); }
+
 }  // namespace
 
-TEST(AnsiBuilders, CursorAndScreenSequencesByteForByte) {
-  struct TCase {
+TEST(AnsiBuilders, SequencesByteForByte) {
+  // Braced lists run in order, so each With sets the attribute just before its own call.
+  const struct {
     std::string Got;
     std::string Want;
   } Cases[] = {
-      {AnsiClrEol(), "\x1b[K"},
-      {AnsiClrScr(), "\x1b[2J\x1b[1;1f"},
-      {AnsiCursorUp(0), "\x1b[0A"},
-      {AnsiCursorUp(5), "\x1b[5A"},
-      {AnsiCursorDown(255), "\x1b[255B"},
-      {AnsiCursorRight(1), "\x1b[1C"},
-      {AnsiCursorLeft(12), "\x1b[12D"},
-      {AnsiCursorSave(), "\x1b[s"},
-      {AnsiCursorRestore(), "\x1b[u"},
-      {AnsiGotoXY(80, 25), "\x1b[25;80f"},
-      {AnsiGotoXY(1, 1), "\x1b[1;1f"},
-      {AnsiGotoXY(0, 0), "\x1b[0;0f"},
-      {AnsiGotoXY(255, 7), "\x1b[7;255f"},
-      {AnsiGotoX(0), "\x1b[255D"},
-      {AnsiGotoX(1), "\x1b[255D"},
-      {AnsiGotoX(2), "\x1b[255D\x1b[1C"},
-      {AnsiGotoX(10), "\x1b[255D\x1b[9C"},
-      {AnsiGotoX(255), "\x1b[255D\x1b[254C"},
-      {AnsiGotoY(0), "\x1b[255A"},
-      {AnsiGotoY(1), "\x1b[255A"},
-      {AnsiGotoY(5), "\x1b[255A\x1b[4B"},
+      {AnsiClrEol() + AnsiClrScr() + AnsiCursorSave() + AnsiCursorRestore(),
+       "\x1b[K\x1b[2J\x1b[1;1f\x1b[s\x1b[u"},
+      {AnsiCursorUp(0) + AnsiCursorDown(255) + AnsiCursorRight(1) + AnsiCursorLeft(12),
+       "\x1b[0A\x1b[255B\x1b[1C\x1b[12D"},
+      {AnsiGotoXY(80, 25) + AnsiGotoXY(0, 0) + AnsiGotoXY(255, 7), "\x1b[25;80f\x1b[0;0f\x1b[7;255f"},
+      {AnsiGotoX(0) + "|" + AnsiGotoX(2) + "|" + AnsiGotoX(255),
+       "\x1b[255D|\x1b[255D\x1b[1C|\x1b[255D\x1b[254C"},
+      {AnsiGotoY(1) + "|" + AnsiGotoY(5), "\x1b[255A|\x1b[255A\x1b[4B"},
+      // Colours swap blue/red and cyan/brown between the PC's order and ANSI's.
+      {With(0x07, AnsiTextColour, 7), "\x1b[0;37m\x1b[40m"},
+      {With(0x1E, AnsiTextColour, 7), "\x1b[0;37m\x1b[44m"},  // background from the current attribute
+      {With(0xF0, AnsiTextColour, 3), "\x1b[0;36m\x1b[47m"},  // its blink bit is not background
+      {With(0x07, AnsiTextColour, 1), "\x1b[0;34m\x1b[40m"},
+      {With(0x07, AnsiTextColour, 23), "\x1b[0;37m\x1b[40m"},  // 7 + blink offset
+      {With(0x40, AnsiTextColour, 14), "\x1b[1;33m"},          // bright: no background
+      {With(0x07, AnsiTextColour, 255), "\x1b[1;37m"},
+      {With(0x07, AnsiTextBackground, 9), "\x1b[44m"},
+      {With(0x07, AnsiTextBackground, 6), "\x1b[43m"},
+      {With(0x07, AnsiTextBackground, 255), "\x1b[47m"},
+      {With(0x07, AnsiTextAttr, 0x9E), "\x1b[1;33m\x1b[44m"},
+      {With(0x07, AnsiTextAttr, 0x17), "\x1b[0;37m\x1b[40m\x1b[44m"},
+      {With(0x07, AnsiTextAttr, 0x52), "\x1b[0;32m\x1b[40m\x1b[45m"},
+      {With(0x07, AnsiTextAttr, 0x4C), "\x1b[1;31m\x1b[41m"},
+      {With(0x1E, Blink, 0), "\x1b[0m\x1b[44m\x1b[1;33m"},
+      {With(0x07, Blink, 0), "\x1b[0m\x1b[40m\x1b[0;37m\x1b[40m"},
+      {With(0x07, Blink, 1), "\x1b[5m"},
   };
   for (const auto& C : Cases) EXPECT_EQ(Show(C.Got), Show(C.Want));
-}
-
-TEST(AnsiBuilders, ColourTableSwapsBlueRedAndCyanBrownAndIsItsOwnInverse) {
-  const std::vector<int32_t> Table(AnsiColours, AnsiColours + 8);
-  EXPECT_EQ(Table, (std::vector<int32_t>{0, 4, 2, 6, 1, 5, 3, 7}));
-  for (int C = 0; C < 8; ++C) EXPECT_EQ(AnsiColours[AnsiColours[C]], C);
-}
-
-TEST(AnsiBuilders, ColourSequencesByteForByte) {
-  struct TCase {
-    uint8_t Current;  // the door's attribute when the sequence is built
-    const char* Call;
-    int Arg;
-    std::string Want;
-  } Cases[] = {
-      {0x07, "Colour", 7, "\x1b[0;37m\x1b[40m"},
-      {0x1E, "Colour", 7, "\x1b[0;37m\x1b[44m"},  // background from the current attribute
-      {0x07, "Colour", 14, "\x1b[1;33m"},
-      {0x40, "Colour", 14, "\x1b[1;33m"},
-      {0x07, "Colour", 23, "\x1b[0;37m\x1b[40m"},  // 7 + blink offset
-      {0x07, "Colour", 30, "\x1b[1;33m"},
-      {0x07, "Colour", 255, "\x1b[1;37m"},
-      {0x07, "Colour", 1, "\x1b[0;34m\x1b[40m"},
-      {0x07, "Colour", 4, "\x1b[0;31m\x1b[40m"},
-      {0xF0, "Colour", 3, "\x1b[0;36m\x1b[47m"},  // blink bit of the current one is not bg
-      {0x07, "Background", 9, "\x1b[44m"},
-      {0x07, "Background", 1, "\x1b[44m"},
-      {0x07, "Background", 6, "\x1b[43m"},
-      {0x07, "Background", 255, "\x1b[47m"},
-      {0x07, "Attr", 0x1E, "\x1b[1;33m\x1b[44m"},
-      {0x07, "Attr", 0x9E, "\x1b[1;33m\x1b[44m"},
-      {0x17, "Attr", 0x17, "\x1b[0;37m\x1b[44m\x1b[44m"},
-      {0x07, "Attr", 0x17, "\x1b[0;37m\x1b[40m\x1b[44m"},
-      {0x07, "Attr", 0x00, "\x1b[0;30m\x1b[40m\x1b[40m"},
-      {0x1E, "Blink", 0, "\x1b[0m\x1b[44m\x1b[1;33m"},
-      {0x07, "Blink", 0, "\x1b[0m\x1b[40m\x1b[0;37m\x1b[40m"},
-      {0x07, "Blink", 1, "\x1b[5m"},
-  };
-  for (const auto& C : Cases) {
-    SetTextAttr(C.Current);
-    const std::string Call = C.Call;
-    const uint8_t Arg = static_cast<uint8_t>(C.Arg);
-    std::string Got;
-    if (Call == "Colour") Got = AnsiTextColour(Arg);
-    if (Call == "Background") Got = AnsiTextBackground(Arg);
-    if (Call == "Attr") Got = AnsiTextAttr(Arg);
-    if (Call == "Blink") Got = AnsiBlink(C.Arg != 0);
-    EXPECT_EQ(Show(Got), Show(C.Want)) << Call << "(" << C.Arg << ") with attribute " << int(C.Current);
-  }
 }

@@ -1,6 +1,6 @@
 // The ANSI interpreter on the local console: each case runs in a forked child with the console on
-// a pipe and checks the shadow, the cursor and the attributes there; one case checks the bytes on
-// a pseudo-terminal.
+// a pipe and reports the shadow, the cursor and the attributes there after each step; one case
+// checks the bytes on a pseudo-terminal.
 #include "ansi/ansiinterp.h"
 
 #include <gtest/gtest.h>
@@ -10,182 +10,109 @@
 
 namespace {
 
-std::string Cursor() { return std::to_string(WhereX()) + "," + std::to_string(WhereY()); }
 std::string Attrs() { return std::to_string(GetTextAttr()) + "/" + std::to_string(TextAttr); }
+std::string Absolute() {
+  return std::to_string(ConsoleGetCursor().X) + "," + std::to_string(ConsoleGetCursor().Y);
+}
 
-struct TCase {
+// Child side: AnsiWrite(AText), then what AProbe sees.
+std::string After(const std::string& AText, std::string (*AProbe)() = Cursor) {
+  AnsiWrite(AText);
+  return AProbe();
+}
+
+const struct {
   const char* Name;
-  std::function<std::string()> Body;  // writes and checks; returns the mismatches
-};
-
-const TCase Cases[] = {
-    {"text, home, text",
+  std::string Want;
+  std::string (*Body)();  // the steps, with what was seen after each
+} Cases[] = {
+    {"text, home, text", "3,1 ab cd.",
      [] {
        GotoXY(5, 5);
-       AnsiWrite("ab\x1b[1;1Hcd");
-       return Mismatch("row 5", ShadowText(5, 5, 6), "ab") + Mismatch("row 1", ShadowText(1, 1, 3), "cd.") +
-              Mismatch("cursor", Cursor(), "3,1");
+       return Say({After("ab\x1b[1;1Hcd"), ShadowText(5, 5, 6), ShadowText(1, 1, 3)});
      }},
-    {"sequence split over two calls",
+    {"sequence split over two calls", "2,1 x 2,1 y ",
      [] {
-       AnsiWrite("x\x1b");
-       std::string Before = ShadowText(1, 1, 1);
-       AnsiWrite("[2Jy");
-       return Mismatch("before", Before, "x") + Mismatch("row 1", ShadowText(1, 1, 2), "y ") +
-              Mismatch("cursor", Cursor(), "2,1");
+       return Say({After("x\x1b"), ShadowText(1, 1, 1), After("[2Jy"), ShadowText(1, 1, 2)});
      }},
-    {"ESC and another byte vanish",
+    // ESC and another byte vanish; a second ESC is dropped and the rest is text; ESC or a control
+    // byte ends an open sequence without effect, and is consumed.
+    {"broken sequences", "z...[2J.[2J.abc.",
      [] {
-       AnsiWrite("\x1bxz");
-       return Mismatch("row 1", ShadowText(1, 1, 2), "z.");
+       AnsiWrite("\x1bxz\r\n\x1b\x1b[2J\r\n\x1b[\x1b[2J\r\nab\x1b[\rc");
+       return ShadowText(1, 1, 4) + ShadowText(2, 1, 4) + ShadowText(3, 1, 4) + ShadowText(4, 1, 4);
      }},
-    {"a second ESC is dropped, the rest is text",
-     [] {
-       AnsiWrite("\x1b\x1b[2J");
-       return Mismatch("row 1", ShadowText(1, 1, 4), "[2J.");
-     }},
-    {"ESC ends an open sequence without effect",
-     [] {
-       AnsiWrite("\x1b[\x1b[2J");
-       return Mismatch("row 1", ShadowText(1, 1, 4), "[2J.");
-     }},
-    {"control bytes end a sequence and are consumed",
-     [] {
-       AnsiWrite("ab\x1b[\rc");
-       return Mismatch("row 1", ShadowText(1, 1, 3), "abc");
-     }},
-    {"home forms inside a window",
+    {"home forms inside a window (window-relative, then absolute)", "1,1 1,1 1,5 7,3 16,12",
      [] {
        Window(10, 10, 50, 20);
-       std::string R;
-       AnsiWrite("\x1b[5;5H\x1b[H");
-       R += Mismatch("H", Cursor(), "1,1");
-       AnsiWrite("\x1b[5;5H\x1b[;H");
-       R += Mismatch(";H", Cursor(), "1,1");
-       AnsiWrite("\x1b[5H");
-       R += Mismatch("5H", Cursor(), "1,5");
-       AnsiWrite("\x1b[3;7f");
-       return R + Mismatch("f", Cursor(), "7,3") +
-              Mismatch("absolute", ConsoleGetCursor().X * 100 + ConsoleGetCursor().Y, 1612);
+       return Say({After("\x1b[5;5H\x1b[H"), After("\x1b[5;5H\x1b[;H"), After("\x1b[5H"), After("\x1b[3;7f"),
+                   Absolute()});
      }},
-    {"rows and columns are bytes",
+    {"rows and columns are bytes; a number too large or too long reads as 0", "1,25 1,25 4,1 9,1",
      [] {
-       std::string R;
-       AnsiWrite("\x1b[281;1H");
-       R += Mismatch("281", Cursor(), "1,25");
-       AnsiWrite("\x1b[256;1H");
-       R += Mismatch("256", Cursor(), "1,25");
-       AnsiWrite("\x1b[99999999999;4H");  // too large for 32 bits: 0, so row 1
-       R += Mismatch("overflow", Cursor(), "4,1");
-       AnsiWrite("\x1b[" + std::string(300, '0') + "5;9H");  // too long a number reads as 0
-       return R + Mismatch("long", Cursor(), "9,1");
+       return Say({After("\x1b[281;1H"), After("\x1b[256;1H"), After("\x1b[99999999999;4H"),
+                   After("\x1b[" + std::string(300, '0') + "5;9H")});
      }},
-    {"relative moves stop at the window's edges",
+    {"relative moves stop at the window's edges; G beyond it is ignored", "3,2 3,1 80,1 80,25 1,23 1,24 9,24",
      [] {
-       std::string R;
        GotoXY(3, 3);
-       AnsiWrite("\x1b[0A");
-       R += Mismatch("0A", Cursor(), "3,2");
-       AnsiWrite("\x1b[A\x1b[A\x1b[A");
-       R += Mismatch("A at row 1", Cursor(), "3,1");
-       AnsiWrite("\x1b[100C");
-       R += Mismatch("100C", Cursor(), "80,1");
-       AnsiWrite("\x1b[2147483647B");
-       R += Mismatch("B", Cursor(), "80,25");
-       AnsiWrite("\x1b[5D\x1b[2F");
-       R += Mismatch("D, F", Cursor(), "1,23");
-       AnsiWrite("\x1b[9G\x1b[1E");
-       R += Mismatch("G, E", Cursor(), "1,24");
-       AnsiWrite("\x1b[9G\x1b[100G");
-       return R + Mismatch("100G ignored", Cursor(), "9,24");
+       return Say({After("\x1b[0A"), After("\x1b[A\x1b[A\x1b[A"), After("\x1b[100C"),
+                   After("\x1b[2147483647B"), After("\x1b[5D\x1b[2F"), After("\x1b[9G\x1b[1E"),
+                   After("\x1b[9G\x1b[100G")});
      }},
-    {"erase line and screen only in their listed forms",
+    {"erase line and screen only in their listed forms", "abcdef|3,1 ab    |3,1 a     |2,1",
      [] {
-       AnsiWrite("abcdef\x1b[1;3H\x1b[2K\x1b[1K\x1b[0J\x1b[1J");
-       std::string Kept = ShadowText(1, 1, 6);
-       AnsiWrite("\x1b[0K");
-       std::string Zero = ShadowText(1, 1, 6);
-       AnsiWrite("x\x1b[1;2H\x1b[K");
-       return Mismatch("kept", Kept, "abcdef") + Mismatch("0K", Zero, "ab    ") +
-              Mismatch("K", ShadowText(1, 1, 4), "a   ") + Mismatch("cursor", Cursor(), "2,1");
+       const auto Row = [] { return ShadowText(1, 1, 6) + "|" + Cursor(); };
+       return Say({After("abcdef\x1b[1;3H\x1b[2K\x1b[1K\x1b[0J\x1b[1J", Row), After("\x1b[0K", Row),
+                   After("x\x1b[1;2H\x1b[K", Row)});
      }},
-    {"insert and delete lines",
+    {"insert and delete lines", "1  23 1 234",
      [] {
-       AnsiWrite("1\r\n2\r\n3\r\n4\x1b[2;1H\x1b[2L");
-       std::string Inserted = ShadowText(1, 1, 1) + ShadowText(2, 1, 1) + ShadowText(3, 1, 1) +
-                              ShadowText(4, 1, 1) + ShadowText(5, 1, 1);
-       AnsiWrite("\x1b[M");
-       return Mismatch("inserted", Inserted, "1  23") +
-              Mismatch("deleted", ShadowText(2, 1, 1) + ShadowText(3, 1, 1) + ShadowText(4, 1, 1), " 23");
+       const auto Column = [] { return ShadowColumn(1, 1, 5); };
+       return Say({After("1\r\n2\r\n3\r\n4\x1b[2;1H\x1b[2L", Column), After("\x1b[M", Column)});
      }},
-    {"saved cursor: one slot, window-relative",
+    {"saved cursor: one slot, window-relative", "1,1 6,4 9,9",
      [] {
-       std::string R;
        GotoXY(7, 7);
-       AnsiWrite("\x1b[u");
-       R += Mismatch("u before s", Cursor(), "1,1");
+       const std::string BeforeSave = After("\x1b[u");
        Window(20, 10, 60, 20);
        AnsiWrite("\x1b[4;6H\x1b[s\x1b[1;1H");
        Window(1, 1, 80, 25);
-       AnsiWrite("\x1b[u");
-       R += Mismatch("after a window change", Cursor(), "6,4");
-       AnsiWrite("\x1b[2;2H\x1b[s\x1b[9;9H\x1b[s\x1b[u");
-       return R + Mismatch("last save wins", Cursor(), "9,9");
+       return Say({BeforeSave, After("\x1b[u"), After("\x1b[2;2H\x1b[s\x1b[9;9H\x1b[s\x1b[u")});
      }},
-    {"colours",
+    {"colours; low video with a background gives the console's blink",
+     "12/12 12 4/4 22/22 150/150 22/22 150/150 7/7",
      [] {
-       std::string R;
        SetTextAttr(0x07);
-       AnsiWrite("\x1b[1;31ma");
-       R += Mismatch("bright red", Attrs(), "12/12") +
-            Mismatch("cell", static_cast<int>(ShadowAttr(1, 1)), 12);
-       AnsiWrite("\x1b[0;31m");
-       R += Mismatch("plain red after a reset", Attrs(), "4/4");
-       AnsiWrite("\x1b[44;33m");
-       R += Mismatch("brown on blue", Attrs(), "22/22");
-       AnsiWrite("\x1b[5m");
-       R += Mismatch("blink", Attrs(), "150/150");
-       AnsiWrite("\x1b[25m");
-       R += Mismatch("blink off", Attrs(), "22/22");
-       AnsiWrite("\x1b[22m");  // LowVideo, with a background: the console's blink rule
-       R += Mismatch("low video", Attrs(), "150/150");
-       AnsiWrite("\x1b[0m\x1b[2;3;4;21;24;38;39;48;99m");
-       return R + Mismatch("ignored codes", Attrs(), "7/7");
+       return Say({After("\x1b[1;31ma", Attrs), ShadowAttr(1, 1), After("\x1b[0;31m", Attrs),
+                   After("\x1b[44;33m", Attrs), After("\x1b[5m", Attrs), After("\x1b[25m", Attrs),
+                   After("\x1b[22m", Attrs), After("\x1b[0m\x1b[2;3;4;21;24;38;39;48;99m", Attrs)});
      }},
-    {"reverse and conceal",
+    {"reverse drops bright and twice gives back; conceal, and a second one saves 0",
+     "97/97 22/22 0/0 22/22 0/0",
      [] {
-       std::string R;
        SetTextAttr(0x1E);
-       AnsiWrite("\x1b[7m");
-       R += Mismatch("reverse drops bright", Attrs(), "97/97");
+       const std::string Reversed = After("\x1b[7m", Attrs);
        SetTextAttr(0x16);
-       AnsiWrite("\x1b[7m\x1b[27m");
-       R += Mismatch("twice gives back", Attrs(), "22/22");
-       AnsiWrite("\x1b[8m");
-       R += Mismatch("concealed", Attrs(), "0/0");
-       AnsiWrite("\x1b[28m");
-       R += Mismatch("revealed", Attrs(), "22/22");
-       AnsiWrite("\x1b[8m\x1b[8m\x1b[28m");
-       return R + Mismatch("second conceal saves 0", Attrs(), "0/0");
+       return Say({Reversed, After("\x1b[7m\x1b[27m", Attrs), After("\x1b[8m", Attrs),
+                   After("\x1b[28m", Attrs), After("\x1b[8m\x1b[8m\x1b[28m", Attrs)});
      }},
-    {"line end",
+    {"line end; the CR ends an open sequence without colour", "1,3 7/7",
      [] {
        AnsiWriteLn("x");
-       AnsiWriteLn("\x1b[31");  // the CR ends the sequence: no colour, and the CR is gone
-       return Mismatch("cursor", Cursor(), "1,3") + Mismatch("attr", Attrs(), "7/7");
+       AnsiWriteLn("\x1b[31");
+       return Say({Cursor(), Attrs()});
      }},
 };
 
 TEST(AnsiWrite, CarriesOutSequencesOnTheConsole) {
-  for (const TCase& Case : Cases) {
+  for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
-    TChildOptions Options;
-    Options.Pty = false;
-    TChildRun Run = RunConsoleChild(Options, [&] {
+    TChildRun Run = RunConsoleChild(OnPipes(), [&] {
       ConsoleInit();
       return Case.Body();
     });
-    EXPECT_EQ(Run.Report, "");
+    EXPECT_EQ(Run.Report, Case.Want);
   }
 }
 

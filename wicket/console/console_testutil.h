@@ -3,10 +3,9 @@
 // output), and hands back every byte the child wrote, what the child reported, its exit status and
 // the terminal's mode before and after. The console's process-wide state (termios, signal
 // handlers, exit handlers) thus never touches the test process. Header-only, so that the tests of
-// crt2, videoutils and ansi can use it too.
+// videoutils and ansi can use it too.
 #pragma once
 
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -18,7 +17,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <type_traits>
 
 #include "console/console.h"
 
@@ -36,106 +37,89 @@ struct TChildOptions {
   bool CloseInput = false;  // pipe: end of file after Input
   // Called whenever output has arrived, with the run so far (Pid, Master, Slave, Output set).
   std::function<void(TChildRun&)> OnOutput;
-  int TimeoutMs = 15000;
 };
 
 struct TChildRun {
   pid_t Pid = -1;
-  int Master = -1;  // pty only; -1 once closed
+  int Master = -1;  // pty only; a callback may close it and set -1
   int Slave = -1;   // pty only: the parent's own hold on the terminal, for termios checks
   std::string Output;
   std::string Report;
   int Status = 0;
-  bool TimedOut = false;
   struct termios Before = {};
   struct termios After = {};
 };
 
+// The options for a child whose standard input and output are pipes.
+inline TChildOptions OnPipes() {
+  TChildOptions Options;
+  Options.Pty = false;
+  return Options;
+}
+
 inline void TestWriteAll(int AFd, const std::string& AData) {
-  size_t Done = 0;
-  while (Done < AData.size()) {
-    ssize_t N = write(AFd, AData.data() + Done, AData.size() - Done);
+  for (size_t Done = 0; Done < AData.size();) {
+    const ssize_t N = write(AFd, AData.data() + Done, AData.size() - Done);
     if (N <= 0) return;
     Done += static_cast<size_t>(N);
   }
-}
-
-// Reads what AFd has now; false at end of file or error.
-inline bool TestReadSome(int AFd, std::string& AInto) {
-  char Buf[4096];
-  ssize_t N = read(AFd, Buf, sizeof(Buf));
-  if (N <= 0) return false;
-  AInto.append(Buf, static_cast<size_t>(N));
-  return true;
 }
 
 // Runs ABody in a child with the console on a pty or pipes. The body's result is the report; the
 // child then ends with exit(0), so the console's exit handler runs as in a real program.
 inline TChildRun RunConsoleChild(const TChildOptions& AOptions, const std::function<std::string()>& ABody) {
   TChildRun Run;
-  int ReportPipe[2];
-  if (pipe(ReportPipe) != 0) std::abort();
-  int OutPipe[2] = {-1, -1}, InPipe[2] = {-1, -1};
+  int Report[2], Out[2] = {-1, -1}, In[2] = {-1, -1};
+  if (pipe(Report) != 0) std::abort();
   if (AOptions.Pty) {
     struct winsize Size = {AOptions.Rows, AOptions.Cols, 0, 0};
     if (openpty(&Run.Master, &Run.Slave, nullptr, nullptr, &Size) != 0) std::abort();
     tcgetattr(Run.Slave, &Run.Before);
-  } else {
-    if (pipe(OutPipe) != 0 || pipe(InPipe) != 0) std::abort();
+  } else if (pipe(Out) != 0 || pipe(In) != 0) {
+    std::abort();
   }
   std::fflush(nullptr);
   Run.Pid = fork();
   if (Run.Pid == 0) {
-    close(ReportPipe[0]);
-    if (AOptions.Pty) {
-      dup2(Run.Slave, 0);
-      dup2(Run.Slave, 1);
-      close(Run.Slave);
-      close(Run.Master);
-    } else {
-      dup2(InPipe[0], 0);
-      dup2(OutPipe[1], 1);
-      close(InPipe[0]);
-      close(InPipe[1]);
-      close(OutPipe[0]);
-      close(OutPipe[1]);
+    dup2(AOptions.Pty ? Run.Slave : In[0], 0);
+    dup2(AOptions.Pty ? Run.Slave : Out[1], 1);
+    for (int Fd : {Run.Master, Run.Slave, In[0], In[1], Out[0], Out[1], Report[0]}) {
+      if (Fd >= 0) close(Fd);
     }
-    std::string Report = ABody();
-    TestWriteAll(ReportPipe[1], Report);
-    close(ReportPipe[1]);
+    TestWriteAll(Report[1], ABody());
+    close(Report[1]);
     std::exit(0);
   }
-  close(ReportPipe[1]);
-  int OutFd = Run.Master;
+  close(Report[1]);
   if (!AOptions.Pty) {
-    close(InPipe[0]);
-    close(OutPipe[1]);
-    OutFd = OutPipe[0];
-    TestWriteAll(InPipe[1], AOptions.Input);
-    if (AOptions.CloseInput) close(InPipe[1]);
+    close(In[0]);
+    close(Out[1]);
+    TestWriteAll(In[1], AOptions.Input);
+    if (AOptions.CloseInput) {
+      close(In[1]);
+      In[1] = -1;
+    }
   }
   bool Asked = false, Exited = false, OutOpen = true, ReportOpen = true;
-  auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(AOptions.TimeoutMs);
+  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
   while (OutOpen || ReportOpen || !Exited) {
     if (std::chrono::steady_clock::now() > Deadline) {
-      Run.TimedOut = true;
       kill(Run.Pid, SIGKILL);
       waitpid(Run.Pid, &Run.Status, 0);
       break;
     }
     if (!Exited && waitpid(Run.Pid, &Run.Status, WNOHANG) == Run.Pid) Exited = true;
-    OutFd = AOptions.Pty ? Run.Master : OutFd;
-    if (OutFd < 0) OutOpen = false;
-    struct pollfd Fds[2] = {{OutOpen ? OutFd : -1, POLLIN, 0}, {ReportOpen ? ReportPipe[0] : -1, POLLIN, 0}};
-    int Ready = poll(Fds, 2, Exited ? 50 : 10);
-    bool Got = false;
-    if (OutOpen && (Fds[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
-      Got = TestReadSome(OutFd, Run.Output);
-      if (!Got) OutOpen = false;
-    }
-    if (ReportOpen && (Fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
-      if (!TestReadSome(ReportPipe[0], Run.Report)) ReportOpen = false;
-    }
+    const int OutFd = AOptions.Pty ? Run.Master : Out[0];
+    OutOpen = OutOpen && OutFd >= 0;
+    struct pollfd Fds[2] = {{OutOpen ? OutFd : -1, POLLIN, 0}, {ReportOpen ? Report[0] : -1, POLLIN, 0}};
+    const int Ready = poll(Fds, 2, Exited ? 50 : 10);
+    char Buf[4096];
+    ssize_t Got = 0;
+    if (Fds[0].revents != 0 && (Got = read(OutFd, Buf, sizeof Buf)) <= 0) OutOpen = false;
+    if (Got > 0) Run.Output.append(Buf, static_cast<size_t>(Got));
+    ssize_t GotReport = 0;
+    if (Fds[1].revents != 0 && (GotReport = read(Report[0], Buf, sizeof Buf)) <= 0) ReportOpen = false;
+    if (GotReport > 0) Run.Report.append(Buf, static_cast<size_t>(GotReport));
     // On a pty the output never ends by itself (we hold the slave): stop once the child is gone and
     // nothing more comes.
     if (AOptions.Pty && Exited && Ready == 0) OutOpen = false;
@@ -143,16 +127,12 @@ inline TChildRun RunConsoleChild(const TChildOptions& AOptions, const std::funct
       Asked = true;
       TestWriteAll(Run.Master, AOptions.CursorReport + AOptions.Input);
     }
-    if (Got && AOptions.OnOutput) AOptions.OnOutput(Run);
+    if (Got > 0 && AOptions.OnOutput) AOptions.OnOutput(Run);
   }
-  close(ReportPipe[0]);
-  if (AOptions.Pty) {
-    tcgetattr(Run.Slave, &Run.After);
-    if (Run.Master >= 0) close(Run.Master);
-    close(Run.Slave);
-  } else {
-    close(OutPipe[0]);
-    if (!AOptions.CloseInput) close(InPipe[1]);
+  close(Report[0]);
+  if (AOptions.Pty) tcgetattr(Run.Slave, &Run.After);
+  for (int Fd : {Run.Master, Run.Slave, Out[0], In[1]}) {
+    if (Fd >= 0) close(Fd);
   }
   return Run;
 }
@@ -176,37 +156,43 @@ inline std::string ShadowText(int32_t AY, int32_t AX1 = 1, int32_t AX2 = -1) {
   return Text;
 }
 
+// Child side: the characters of column AX from row AY1 to AY2, as ShadowText shows them.
+inline std::string ShadowColumn(int32_t AX, int32_t AY1, int32_t AY2) {
+  std::string Text;
+  for (int32_t Y = AY1; Y <= AY2; ++Y) Text += ShadowText(Y, AX, AX);
+  return Text;
+}
+
 inline uint8_t ShadowAttr(int32_t AX, int32_t AY) {
   return ConsoleBuf[(AY - 1) * ScreenWidth + (AX - 1)].Attr;
 }
 
-// Child side: "label: got <a>, want <b>\n" when they differ, else nothing.
-template <typename T>
-inline std::string Mismatch(const std::string& ALabel, const T& AGot, const T& AWant) {
-  if (AGot == AWant) return "";
-  return ALabel + ": got '" + std::to_string(AGot) + "', want '" + std::to_string(AWant) + "'\n";
-}
-inline std::string Mismatch(const std::string& ALabel, const std::string& AGot, const std::string& AWant) {
-  if (AGot == AWant) return "";
-  return ALabel + ": got '" + AGot + "', want '" + AWant + "'\n";
-}
-inline std::string Mismatch(const std::string& ALabel, const std::string& AGot, const char* AWant) {
-  return Mismatch(ALabel, AGot, std::string(AWant));
+// Child side: the window-relative cursor as "X,Y".
+inline std::string Cursor() { return std::to_string(WhereX()) + "," + std::to_string(WhereY()); }
+
+// The pieces as text (numbers in decimal), joined by blanks: a compact snapshot of state for a
+// child to report. A braced list runs its parts in order, so steps may be interleaved with them.
+struct TSay {
+  std::string Text;
+  TSay(const std::string& AText) : Text(AText) {}
+  TSay(const char* AText) : Text(AText) {}
+  template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
+  TSay(T ANumber) : Text(std::to_string(static_cast<int64_t>(ANumber))) {}
+};
+inline std::string Say(std::initializer_list<TSay> AParts) {
+  std::string Out;
+  for (const TSay& Part : AParts) Out += (Out.empty() ? "" : " ") + Part.Text;
+  return Out;
 }
 
 // Escapes for readable failure messages: ESC as "\e", other control bytes as "\xNN".
 inline std::string Visible(const std::string& AText) {
   std::string Out;
   for (unsigned char C : AText) {
-    if (C == 0x1b) {
-      Out += "\\e";
-    } else if (C < 0x20 || C >= 0x7f) {
-      char Buf[8];
-      std::snprintf(Buf, sizeof(Buf), "\\x%02X", C);
-      Out += Buf;
-    } else {
-      Out += static_cast<char>(C);
-    }
+    char Buf[8] = {static_cast<char>(C), 0};
+    if (C == 0x1b) std::snprintf(Buf, sizeof(Buf), "\\e");
+    if (C != 0x1b && (C < 0x20 || C >= 0x7f)) std::snprintf(Buf, sizeof(Buf), "\\x%02X", C);
+    Out += Buf;
   }
   return Out;
 }

@@ -2,32 +2,41 @@
 // long files, the three line-end conventions, and the odd values real systems put in them.
 #include "dropfiles.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
-#include <functional>
 #include <sstream>
+#include <vector>
 
 #include "../door/doorstate.h"
 #include "testsupport.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-using TReader = void (*)(const std::string&);
-
-// Every field, so that a reader touching a field it shouldn't shows up in the diff.
+// Every field, one per line, so that a reader touching a field it shouldn't shows up.
 std::string Describe(const TDoorDropInfo& A) {
   std::ostringstream S;
-  S << "Access=" << A.Access << " Alias=[" << A.Alias << "] AliasOrRealName=[" << A.AliasOrRealName
-    << "] Baud=" << A.Baud << " Clean=" << A.Clean << " ComNum=" << A.ComNum << " ComType=" << int{A.ComType}
-    << " Emulation=" << int{A.Emulation} << " Fairy=" << A.Fairy << " MaxSeconds=" << A.MaxSeconds
-    << " Node=" << A.Node << " RealName=[" << A.RealName << "] RealNameOrAlias=[" << A.RealNameOrAlias
-    << "] RecPos=" << A.RecPos;
+  S << "Access=" << A.Access << "\nAlias=[" << A.Alias << "]\nAliasOrRealName=[" << A.AliasOrRealName
+    << "]\nBaud=" << A.Baud << "\nClean=" << A.Clean << "\nComNum=" << A.ComNum
+    << "\nComType=" << int{A.ComType} << "\nEmulation=" << (A.Emulation == etANSI ? "ANSI" : "ASCII")
+    << "\nFairy=" << A.Fairy << "\nMaxSeconds=" << A.MaxSeconds << "\nNode=" << A.Node << "\nRealName=["
+    << A.RealName << "]\nRealNameOrAlias=[" << A.RealNameOrAlias << "]\nRecPos=" << A.RecPos << "\n";
   return S.str();
+}
+
+// The fields of ATo that differ from AFrom, blank-separated; "" when none do.
+std::string Changes(const TDoorDropInfo& AFrom, const TDoorDropInfo& ATo) {
+  std::istringstream From(Describe(AFrom)), To(Describe(ATo));
+  std::string F, T, Out;
+  while (std::getline(From, F) && std::getline(To, T)) {
+    if (F != T) Out += (Out.empty() ? "" : " ") + T;
+  }
+  return Out;
 }
 
 // Start values unlike any default, so that both "set to default" and "left alone" are visible.
@@ -39,66 +48,13 @@ TDoorDropInfo Sentinel() {
   return D;
 }
 
-// What each reader gives for an empty file, from the sentinel start.
-TDoorDropInfo EmptyDoor32() {
-  TDoorDropInfo D = Sentinel();
-  D.ComType = 0, D.ComNum = -1, D.Baud = 38400, D.RecPos = 0, D.RealName = "", D.Alias = "";
-  D.Access = 0, D.MaxSeconds = 0, D.Emulation = etANSI, D.Node = 0;
-  return D;
-}
-TDoorDropInfo EmptyDoorSys() {
-  TDoorDropInfo D = Sentinel();  // ComType stays: only a port above 0 sets it
-  D.ComNum = 0, D.Node = 0, D.Baud = 38400, D.RealName = "", D.Access = 0, D.MaxSeconds = 0;
-  D.Emulation = etASCII, D.RecPos = 0, D.Alias = "";
-  return D;
-}
-TDoorDropInfo EmptyDorInfo() {
-  TDoorDropInfo D = Sentinel();  // ComType stays, as in DOOR.SYS
-  D.ComNum = 0, D.Baud = 38400, D.Alias = "", D.RealName = "", D.Emulation = etANSI, D.Access = 0;
-  D.MaxSeconds = 0;
-  return D;
-}
-TDoorDropInfo EmptyLordInfo() {
-  TDoorDropInfo D = Sentinel();
-  D.RecPos = 0, D.Emulation = etANSI, D.Fairy = false, D.MaxSeconds = 0, D.Alias = "", D.RealName = "";
-  D.ComNum = 0, D.Baud = 38400, D.ComType = 1, D.Clean = false;
-  return D;
-}
-
 struct TFormat {
   const char* Name;
-  TReader Reader;
-  size_t LineCount;
-  TDoorDropInfo (*Empty)();
+  void (*Reader)(const std::string&);
 };
-
-const TFormat FDoor32{"DOOR32.SYS", ReadDoor32, 11, EmptyDoor32};
-const TFormat FDoorSys{"DOOR.SYS", ReadDoorSys, 52, EmptyDoorSys};
-const TFormat FDorInfo{"DORINFO1.DEF", ReadDorInfo, 13, EmptyDorInfo};
-const TFormat FLordInfo{"INFO.1", ReadLordInfo, 14, EmptyLordInfo};
-
-class DropFiles : public ::testing::Test {
- protected:
-  TTempDir Dir;
-
-  void SetUp() override { DoorDropInfo = Sentinel(); }
-
-  // Writes AData as the format's file and runs its reader from the sentinel start.
-  TDoorDropInfo Read(const TFormat& AFormat, const std::string& AData) {
-    const auto Path = Dir.Path / AFormat.Name;
-    WriteWholeFile(Path, AData);
-    DoorDropInfo = Sentinel();
-    AFormat.Reader(Path.string());
-    return DoorDropInfo;
-  }
-
-  // A file whose only non-empty line is ALine, holding AText.
-  TDoorDropInfo ReadOneLine(const TFormat& AFormat, size_t ALine, const std::string& AText) {
-    std::string Data;
-    for (size_t N = 1; N < ALine; ++N) Data += "\r\n";
-    return Read(AFormat, Data + AText + "\r\n");
-  }
-};
+const TFormat FDoor32{"DOOR32.SYS", ReadDoor32}, FDoorSys{"DOOR.SYS", ReadDoorSys};
+const TFormat FDorInfo{"DORINFO1.DEF", ReadDorInfo}, FLordInfo{"INFO.1", ReadLordInfo};
+const TFormat* const FAll[] = {&FDoor32, &FDoorSys, &FDorInfo, &FLordInfo};
 
 std::string Join(const std::vector<std::string>& ALines, const std::string& AEnd) {
   std::string Result;
@@ -106,220 +62,144 @@ std::string Join(const std::vector<std::string>& ALines, const std::string& AEnd
   return Result;
 }
 
-// One line of one format, and what it does to the empty-file result.
-struct TLineCase {
-  const TFormat* Format;
-  size_t Line;
-  std::string Text;
-  std::function<void(TDoorDropInfo&)> Change;
+class DropFiles : public ::testing::Test {
+ protected:
+  TTempDir Dir;
+
+  // Writes AData as the format's file and runs its reader from the sentinel start.
+  TDoorDropInfo Read(const TFormat& AFormat, const std::string& AData) {
+    const auto Path = Dir.Path / AFormat.Name;
+    WriteWholeFile(Path, AData);
+    return ReadPath(AFormat, Path.string());
+  }
+  TDoorDropInfo ReadPath(const TFormat& AFormat, const std::string& APath) {
+    DoorDropInfo = Sentinel();
+    AFormat.Reader(APath);
+    return DoorDropInfo;
+  }
 };
 
 TEST_F(DropFiles, EmptyFileGivesEachFormatsDefaults) {
-  for (const TFormat* F : {&FDoor32, &FDoorSys, &FDorInfo, &FLordInfo}) {
-    SCOPED_TRACE(F->Name);
-    EXPECT_EQ(Describe(Read(*F, "")), Describe(F->Empty()));
-  }
-}
-
-TEST_F(DropFiles, EachLineFillsItsOwnFieldOnly) {
-  const int32_t Max = INT32_MAX, Min = INT32_MIN;
-  const std::vector<TLineCase> Cases = {
-      // DOOR32.SYS
-      {&FDoor32, 1, "2", [](auto& D) { D.ComType = 2; }},
-      {&FDoor32, 1, "258", [](auto& D) { D.ComType = 2; }},  // kept in 8 bits
-      {&FDoor32, 2, "1234", [](auto& D) { D.ComNum = 1234; }},
-      {&FDoor32, 2, "$10", [](auto& D) { D.ComNum = 16; }},
-      {&FDoor32, 3, "115200", [](auto& D) { D.Baud = 115200; }},
-      {&FDoor32, 4, "Mystic BBS", [](auto&) {}},
-      {&FDoor32, 5, "42", [](auto& D) { D.RecPos = 41; }},
-      {&FDoor32, 5, "-2147483648", [Min](auto& D) { D.RecPos = Min; }},
-      {&FDoor32, 6, " John  Doe ", [](auto& D) { D.RealName = " John  Doe "; }},  // not trimmed
-      {&FDoor32, 7, "jd", [](auto& D) { D.Alias = "jd"; }},
-      {&FDoor32, 8, "255", [](auto& D) { D.Access = 255; }},
-      {&FDoor32, 9, "30", [](auto& D) { D.MaxSeconds = 1800; }},
-      {&FDoor32, 9, "30 ", [](auto&) {}},  // trailing blank: the default
-      {&FDoor32, 9, "99999999", [Max](auto& D) { D.MaxSeconds = Max; }},
-      {&FDoor32, 9, "-99999999", [Min](auto& D) { D.MaxSeconds = Min; }},
-      {&FDoor32, 9, "35791394", [](auto& D) { D.MaxSeconds = 2147483640; }},  // largest that fits
-      {&FDoor32, 10, "0", [](auto& D) { D.Emulation = etASCII; }},
-      {&FDoor32, 10, "2", [](auto&) {}},
-      {&FDoor32, 11, "3", [](auto& D) { D.Node = 3; }},
-      // DOOR.SYS
-      {&FDoorSys, 1, "COM1:", [](auto& D) { D.ComNum = 1, D.ComType = 1; }},
-      {&FDoorSys, 1, "COM12:", [](auto& D) { D.ComNum = 12, D.ComType = 1; }},
-      {&FDoorSys, 1, "COM0:", [](auto&) {}},  // ComType stays: stdio mode
-      {&FDoorSys, 1, "COM1", [](auto&) {}},   // the last character is taken as the colon
-      {&FDoorSys, 1, "COM", [](auto&) {}},
-      {&FDoorSys, 1, "COM-5:", [](auto& D) { D.ComNum = -5; }},
-      {&FDoorSys, 2, "19200", [](auto&) {}},
-      {&FDoorSys, 4, "7", [](auto& D) { D.Node = 7; }},
-      {&FDoorSys, 5, "2400", [](auto& D) { D.Baud = 2400; }},
-      {&FDoorSys, 10, "John Doe", [](auto& D) { D.RealName = "John Doe"; }},
-      {&FDoorSys, 15, "100", [](auto& D) { D.Access = 100; }},
-      {&FDoorSys, 18, "30", [](auto& D) { D.MaxSeconds = 30; }},
-      {&FDoorSys, 18, "2147483647", [Max](auto& D) { D.MaxSeconds = Max; }},
-      {&FDoorSys, 20, "GR", [](auto& D) { D.Emulation = etANSI; }},
-      {&FDoorSys, 20, "gr", [](auto& D) { D.Emulation = etANSI; }},
-      {&FDoorSys, 20, "NG", [](auto&) {}},
-      {&FDoorSys, 20, "GR ", [](auto&) {}},
-      {&FDoorSys, 26, "5", [](auto& D) { D.RecPos = 4; }},
-      {&FDoorSys, 36, "jd", [](auto& D) { D.Alias = "jd"; }},
-      {&FDoorSys, 52, "anything", [](auto&) {}},
-      // DORINFO*.DEF
-      {&FDorInfo, 1, "My BBS", [](auto&) {}},
-      {&FDorInfo, 4, "COM2", [](auto& D) { D.ComNum = 2, D.ComType = 1; }},
-      {&FDorInfo, 4, "COM1:", [](auto&) {}},  // the colon spoils the number
-      {&FDorInfo, 4, "COM0", [](auto&) {}},
-      {&FDorInfo, 5, "19200 BAUD,N,8,1", [](auto& D) { D.Baud = 19200; }},
-      {&FDorInfo, 5, "19200", [](auto&) {}},  // no blank: the default
-      {&FDorInfo, 5, "fast BAUD", [](auto&) {}},
-      {&FDorInfo, 5, " 2400", [](auto&) {}},  // blank first: an empty number
-      {&FDorInfo, 7, "FIRST", [](auto& D) { D.Alias = "FIRST", D.RealName = "FIRST"; }},
-      {&FDorInfo, 8, "LAST", [](auto& D) { D.RealName = " LAST"; }},
-      {&FDorInfo, 10, "0", [](auto& D) { D.Emulation = etASCII; }},
-      {&FDorInfo, 10, "2", [](auto& D) { D.Emulation = etASCII; }},
-      {&FDorInfo, 10, "1", [](auto&) {}},
-      {&FDorInfo, 11, "20", [](auto& D) { D.Access = 20; }},
-      {&FDorInfo, 12, "45", [](auto& D) { D.MaxSeconds = 2700; }},
-      {&FDorInfo, 12, "2147483647", [Max](auto& D) { D.MaxSeconds = Max; }},
-      // INFO.*
-      {&FLordInfo, 1, "5", [](auto& D) { D.RecPos = 5; }},  // already from 0
-      {&FLordInfo, 2, "0", [](auto& D) { D.Emulation = etASCII; }},
-      {&FLordInfo, 2, "1", [](auto& D) { D.Emulation = etASCII; }},
-      {&FLordInfo, 4, "fairy yes", [](auto& D) { D.Fairy = true; }},
-      {&FLordInfo, 4, "FAIRY NO", [](auto&) {}},
-      {&FLordInfo, 5, "60", [](auto& D) { D.MaxSeconds = 3600; }},
-      {&FLordInfo, 5, "40000000", [Max](auto& D) { D.MaxSeconds = Max; }},
-      {&FLordInfo, 6, "jd", [](auto& D) { D.Alias = "jd"; }},
-      {&FLordInfo, 7, "FIRST", [](auto& D) { D.RealName = "FIRST"; }},
-      {&FLordInfo, 8, "LAST", [](auto& D) { D.RealName = " LAST"; }},
-      {&FLordInfo, 9, "7", [](auto& D) { D.ComNum = 7; }},
-      {&FLordInfo, 10, "9600", [](auto& D) { D.Baud = 9600; }},
-      {&FLordInfo, 12, "LOCAL", [](auto& D) { D.ComType = 0; }},
-      {&FLordInfo, 12, "telnet", [](auto& D) { D.ComType = 2; }},
-      {&FLordInfo, 12, "wc5", [](auto& D) { D.ComType = 3; }},
-      {&FLordInfo, 12, "serial", [](auto&) {}},
-      {&FLordInfo, 14, "Clean Mode On", [](auto& D) { D.Clean = true; }},
-      {&FLordInfo, 14, "CLEAN MODE OFF", [](auto&) {}},
+  // ComType stays in DOOR.SYS and DORINFO*.DEF: only a port above 0 sets it.
+  const char* const Want[] = {
+      "Access=0 Alias=[] Baud=38400 ComNum=-1 ComType=0 Emulation=ANSI MaxSeconds=0 Node=0 RealName=[] "
+      "RecPos=0",
+      "Access=0 Alias=[] Baud=38400 ComNum=0 MaxSeconds=0 Node=0 RealName=[] RecPos=0",
+      "Access=0 Alias=[] Baud=38400 ComNum=0 Emulation=ANSI MaxSeconds=0 RealName=[]",
+      "Alias=[] Baud=38400 Clean=0 ComNum=0 ComType=1 Emulation=ANSI Fairy=0 MaxSeconds=0 RealName=[] "
+      "RecPos=0",
   };
-  for (const auto& C : Cases) {
-    SCOPED_TRACE(std::string(C.Format->Name) + " line " + std::to_string(C.Line) + " [" + C.Text + "]");
-    TDoorDropInfo Expected = C.Format->Empty();
-    C.Change(Expected);
-    EXPECT_EQ(Describe(ReadOneLine(*C.Format, C.Line, C.Text)), Describe(Expected));
-  }
+  for (size_t I = 0; I < 4; ++I) EXPECT_EQ(Changes(Sentinel(), Read(*FAll[I], "")), Want[I]) << FAll[I]->Name;
 }
 
-// Typical files as BBS packages write them, with CR LF, a trailing empty line and lower case.
-const std::vector<std::string> FDoor32Sample = {
-    "2", "1234", "38400", "Mystic BBS 1.12", "7", "Jane Caller", "janec", "30", "99999", "1", "2"};
+// Files holding only the listed lines (CR LF, the others empty), against the empty file: each
+// line fills its own field only, and the lines not written read as empty, so their fields take
+// their defaults.
+TEST_F(DropFiles, EachLineFillsItsOwnFieldOnly) {
+  struct TCase {
+    const TFormat* Format;
+    std::vector<std::string> Lines;  // "N:text": line N holds text
+    std::string Want;
+  };
+  const TCase Cases[] = {
+      {&FDoor32,
+       {"1:258", "2:$10", "3:115200", "4:BBS", "5:42", "6: John  Doe ", "7:jd", "8:255", "9:35791394", "10:0",
+        "11:3"},
+       "Access=255 Alias=[jd] Baud=115200 ComNum=16 ComType=2 Emulation=ASCII MaxSeconds=2147483640 Node=3 "
+       "RealName=[ John  Doe ] RecPos=41"},  // type kept in 8 bits, name not trimmed, largest time
+      {&FDoor32, {"5:-2147483648", "9:35791395", "10:2"}, "MaxSeconds=2147483647 RecPos=-2147483648"},
+      {&FDoor32, {"9:-99999999"}, "MaxSeconds=-2147483648"},
+      {&FDoor32, {"9:30 "}, ""},                                              // a trailing blank: the default
+      {&FDoor32, {"6:J\x84rg\0\x1A\xFF"s}, "RealName=[J\x84rg\0\x1A\xFF]"s},  // bytes as they are
+      // DOOR.SYS: the port is "COM" n ":", the last character taken as the colon.
+      {&FDoorSys,
+       {"1:COM12:", "2:19200", "4:7", "5:2400", "10:John Doe", "15:100", "18:30", "20:gr", "26:5", "36:jd",
+        "52:anything"},
+       "Access=100 Alias=[jd] Baud=2400 ComNum=12 ComType=1 Emulation=ANSI MaxSeconds=30 Node=7 "
+       "RealName=[John Doe] RecPos=4"},
+      {&FDoorSys, {"1:COM1:", "20:GR"}, "ComNum=1 ComType=1 Emulation=ANSI"},
+      {&FDoorSys, {"1:COM0:", "20:GR "}, ""},  // port 0: the type stays (stdio mode)
+      {&FDoorSys, {"1:COM1"}, ""},
+      {&FDoorSys, {"1:COM"}, ""},
+      {&FDoorSys, {"1:COM-5:"}, "ComNum=-5"},
+      // DORINFO*.DEF: the port is "COM" n, and the speed counts only with a blank after it.
+      {&FDorInfo,
+       {"1:My BBS", "4:COM2", "5:19200 BAUD,N,8,1", "7:FIRST", "8:LAST", "10:0", "11:20", "12:45"},
+       "Access=20 Alias=[FIRST] Baud=19200 ComNum=2 ComType=1 Emulation=ASCII MaxSeconds=2700 "
+       "RealName=[FIRST LAST]"},
+      {&FDorInfo, {"4:COM1:", "5:19200", "7:FIRST", "10:1"}, "Alias=[FIRST] RealName=[FIRST]"},
+      {&FDorInfo, {"4:COM0", "5:fast BAUD", "8:LAST", "10:2"}, "Emulation=ASCII RealName=[ LAST]"},
+      {&FDorInfo, {"5: 2400", "12:2147483647"}, "MaxSeconds=2147483647"},
+      // INFO.*: the record is counted from 0 already.
+      {&FLordInfo,
+       {"1:5", "2:0", "4:fairy yes", "5:60", "6:jd", "7:FIRST", "8:LAST", "9:7", "10:9600", "12:telnet",
+        "14:Clean Mode On"},
+       "Alias=[jd] Baud=9600 Clean=1 ComNum=7 ComType=2 Emulation=ASCII Fairy=1 MaxSeconds=3600 "
+       "RealName=[FIRST LAST] RecPos=5"},
+      {&FLordInfo,
+       {"2:1", "4:FAIRY NO", "5:40000000", "8:LAST", "12:LOCAL", "14:CLEAN MODE OFF"},
+       "ComType=0 Emulation=ASCII MaxSeconds=2147483647 RealName=[ LAST]"},
+      {&FLordInfo, {"12:wc5"}, "ComType=3"},
+      {&FLordInfo, {"12:serial"}, ""},
+  };
+  for (const TCase& C : Cases) {
+    std::vector<std::string> File;
+    for (const std::string& Line : C.Lines) {
+      const size_t Colon = Line.find(':'), Number = std::stoul(Line.substr(0, Colon));
+      File.resize(std::max(File.size(), Number));
+      File[Number - 1] = Line.substr(Colon + 1);
+    }
+    SCOPED_TRACE(std::string(C.Format->Name) + " " + testing::PrintToString(File));
+    EXPECT_EQ(Changes(Read(*C.Format, ""), Read(*C.Format, Join(File, "\r\n"))), C.Want);
+  }
+}
 
 TEST_F(DropFiles, LineEndsOfEveryKindReadAlike) {
-  const std::string Reference = Describe(Read(FDoor32, Join(FDoor32Sample, "\r\n")));
-  EXPECT_NE(Reference, Describe(FDoor32.Empty()));
+  const std::vector<std::string> Sample = {
+      "2", "1234", "38400", "Mystic BBS 1.12", "7", "Jane Caller", "janec", "30", "99999", "1", "2"};
+  const TDoorDropInfo Reference = Read(FDoor32, Join(Sample, "\r\n"));
+  EXPECT_NE(Changes(Read(FDoor32, ""), Reference), "");
   for (const std::string End : {"\n", "\r", "\r\n"}) {
-    EXPECT_EQ(Describe(Read(FDoor32, Join(FDoor32Sample, End))), Reference);
+    SCOPED_TRACE(testing::PrintToString(End));
+    EXPECT_EQ(Changes(Reference, Read(FDoor32, Join(Sample, End))), "");
     // No line end after the last line, and extra lines after the format's last.
-    std::string NoFinal = Join(FDoor32Sample, End);
-    NoFinal.resize(NoFinal.size() - std::string(End).size());
-    EXPECT_EQ(Describe(Read(FDoor32, NoFinal)), Reference);
-    EXPECT_EQ(Describe(Read(FDoor32, Join(FDoor32Sample, End) + End + "junk" + End)), Reference);
+    const std::string NoFinal = Join(Sample, End).substr(0, Join(Sample, End).size() - End.size());
+    EXPECT_EQ(Changes(Reference, Read(FDoor32, NoFinal)), "");
+    EXPECT_EQ(Changes(Reference, Read(FDoor32, Join(Sample, End) + End + "junk" + End)), "");
   }
   // Mixed conventions in one file.
   std::string Mixed;
-  for (size_t I = 0; I < FDoor32Sample.size(); ++I)
-    Mixed += FDoor32Sample[I] + (I % 3 == 0 ? "\r" : I % 3 == 1 ? "\n" : "\r\n");
-  EXPECT_EQ(Describe(Read(FDoor32, Mixed)), Reference);
+  for (size_t I = 0; I < Sample.size(); ++I)
+    Mixed += Sample[I] + (I % 3 == 0 ? "\r" : I % 3 == 1 ? "\n" : "\r\n");
+  EXPECT_EQ(Changes(Reference, Read(FDoor32, Mixed)), "");
   // LF CR is two line ends, so everything after it moves down a line.
   EXPECT_EQ(Read(FDoor32, "2\n\r1234\n").ComNum, -1);
 }
 
-TEST_F(DropFiles, TypicalFilesReadSensibly) {
-  TDoorDropInfo D = Read(FDoor32, Join(FDoor32Sample, "\r\n") + "\r\n");
-  EXPECT_EQ(Describe(D),
-            "Access=30 Alias=[janec] AliasOrRealName=[OLD1] Baud=38400 Clean=1 ComNum=1234 ComType=2 "
-            "Emulation=0 Fairy=1 MaxSeconds=5999940 Node=2 RealName=[Jane Caller] "
-            "RealNameOrAlias=[OLD2] RecPos=6");
-
-  std::vector<std::string> DoorSys(52, "");
-  DoorSys[0] = "COM5:", DoorSys[3] = "1", DoorSys[4] = "38400", DoorSys[9] = "Jane Caller";
-  DoorSys[14] = "50", DoorSys[17] = "5400", DoorSys[19] = "gr", DoorSys[25] = "12", DoorSys[35] = "janec";
-  DoorSys.insert(DoorSys.end(), 20, "extra line");
-  D = Read(FDoorSys, Join(DoorSys, "\r\n"));
-  EXPECT_EQ(Describe(D),
-            "Access=50 Alias=[janec] AliasOrRealName=[OLD1] Baud=38400 Clean=1 ComNum=5 ComType=1 "
-            "Emulation=0 Fairy=1 MaxSeconds=5400 Node=1 RealName=[Jane Caller] "
-            "RealNameOrAlias=[OLD2] RecPos=11");
-
-  D = Read(FDorInfo, "Some BBS\nSYS\nOP\nCOM0\n57600 BAUD,N,8,1\n0\nJANE\nCALLER\nTOWN\n1\n30\n546\n-1\n\n");
-  EXPECT_EQ(D.Baud, 57600);
-  EXPECT_EQ(D.ComNum, 0);
-  EXPECT_EQ(D.ComType, 9);  // COM0 leaves it alone
-  EXPECT_EQ(D.RealName, "JANE CALLER");
-  EXPECT_EQ(D.MaxSeconds, 546 * 60);
-
-  D = Read(FLordInfo, Join({"3", "3", "1", "FAIRY YES", "45", "janec", "Jane", "Caller", "5", "38400", "",
-                            "TELNET", "", "CLEAN MODE ON"},
-                           "\r\n"));
-  EXPECT_EQ(Describe(D),
-            "Access=11 Alias=[janec] AliasOrRealName=[OLD1] Baud=38400 Clean=1 ComNum=5 ComType=2 "
-            "Emulation=0 Fairy=1 MaxSeconds=2700 Node=15 RealName=[Jane Caller] "
-            "RealNameOrAlias=[OLD2] RecPos=3");
-}
-
-// Lines that are missing read as empty: the fields behind them take their defaults.
-TEST_F(DropFiles, ShortFileDefaultsTheMissingLines) {
-  const std::vector<std::string> FirstSix(FDoor32Sample.begin(), FDoor32Sample.begin() + 6);
-  TDoorDropInfo Expected = FDoor32.Empty();
-  Expected.ComType = 2, Expected.ComNum = 1234, Expected.RecPos = 6, Expected.RealName = "Jane Caller";
-  EXPECT_EQ(Describe(Read(FDoor32, Join(FirstSix, "\r\n"))), Describe(Expected));
-}
-
-TEST_F(DropFiles, BytesAreKeptAsTheyAre) {
-  // High bytes, a zero byte and the old end-of-file mark are ordinary text.
-  const std::string Name("J\x84rg\0\x1A\xFF", 7);
-  EXPECT_EQ(Read(FDoor32, "\n\n\n\n\n" + Name + "\n").RealName, Name);
-}
-
+// A missing file, a directory (opens but can't be read): nothing changes.
 TEST_F(DropFiles, UnopenableFileChangesNothing) {
-  for (const TFormat* F : {&FDoor32, &FDoorSys, &FDorInfo, &FLordInfo}) {
-    SCOPED_TRACE(F->Name);
-    DoorDropInfo = Sentinel();
-    F->Reader((Dir.Path / "missing.sys").string());
-    EXPECT_EQ(Describe(DoorDropInfo), Describe(Sentinel()));
-    // A directory opens but can't be read.
-    F->Reader(Dir.Path.string());
-    EXPECT_EQ(Describe(DoorDropInfo), Describe(Sentinel()));
+  for (const TFormat* F : FAll) {
+    EXPECT_EQ(Changes(Sentinel(), ReadPath(*F, (Dir.Path / "missing.sys").string())), "") << F->Name;
+    EXPECT_EQ(Changes(Sentinel(), ReadPath(*F, Dir.Path.string())), "") << F->Name;
   }
 }
 
 // A read that fails part-way (here a pipe whose writer has more to say) keeps what was read
-// and leaves the fields of the unread lines alone; nothing waits for the rest.
+// and leaves the fields of the unread lines alone; nothing waits for the rest. Without a
+// writer the pipe is simply empty, and an endless device is cut off.
 TEST_F(DropFiles, ReadErrorKeepsTheLinesReadSoFar) {
-  const auto Fifo = (Dir.Path / "DOOR32.SYS").string();
+  const std::string Empty = Changes(Sentinel(), Read(FDoor32, ""));
+  const auto Fifo = (Dir.Path / "fifo").string();
   ASSERT_EQ(mkfifo(Fifo.c_str(), 0600), 0);
-  // Without a writer the pipe is simply empty.
-  DoorDropInfo = Sentinel();
-  ReadDoor32(Fifo);
-  EXPECT_EQ(Describe(DoorDropInfo), Describe(EmptyDoor32()));
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, Fifo)), Empty);
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, "/dev/zero")), Empty);
 
   const int Writer = open(Fifo.c_str(), O_RDWR);
   ASSERT_GE(Writer, 0);
   const std::string Part = "2\r\n1234\r\n38400\r\nbbs\r\n5\r\nJane Cal";
   ASSERT_EQ(write(Writer, Part.data(), Part.size()), static_cast<ssize_t>(Part.size()));
-  DoorDropInfo = Sentinel();
-  ReadDoor32(Fifo);
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, Fifo)), "Baud=38400 ComNum=1234 ComType=2 RecPos=4");
   close(Writer);
-  TDoorDropInfo Expected = Sentinel();
-  Expected.ComType = 2, Expected.ComNum = 1234, Expected.Baud = 38400, Expected.RecPos = 4;
-  EXPECT_EQ(Describe(DoorDropInfo), Describe(Expected));
-}
-
-// A path to an endless device must not stall start-up.
-TEST_F(DropFiles, EndlessFileIsCutOff) {
-  DoorDropInfo = Sentinel();
-  ReadDoor32("/dev/zero");
-  EXPECT_EQ(Describe(DoorDropInfo), Describe(EmptyDoor32()));
 }
 
 }  // namespace

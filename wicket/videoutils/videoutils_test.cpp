@@ -11,49 +11,39 @@
 namespace {
 
 std::string RunOnPipe(const std::function<std::string()>& ABody) {
-  TChildOptions Options;
-  Options.Pty = false;
-  return RunConsoleChild(Options, ABody).Report;
+  return RunConsoleChild(OnPipes(), ABody).Report;
 }
 
-std::string Cursor() { return std::to_string(WhereX()) + "," + std::to_string(WhereY()); }
+std::string WindowText() { return Say({WindMinX, WindMinY, WindMaxX, WindMaxY}); }
 
+// A status-bar write is cut at the screen's edges, spares the last cell (writing it would scroll),
+// and leaves the cursor and both attributes alone.
 TEST(FastWrite, CutsAtTheEdgesAndSparesTheLastCell) {
-  struct TCase {
+  const struct {
     uint8_t X, Y;
-    size_t Written;  // cells changed
-  };
-  const TCase Cases[] = {
-      {1, 1, 80},  {75, 1, 6}, {80, 1, 1}, {1, 24, 80}, {1, 25, 79}, {75, 25, 5},
-      {80, 25, 0}, {81, 1, 0}, {0, 1, 0},  {1, 0, 0},   {1, 26, 0},  {255, 255, 0},
-  };
-  for (const TCase& Case : Cases) {
+    int Written;  // cells changed
+  } Cases[] = {{1, 1, 80}, {75, 1, 6}, {1, 24, 80}, {75, 25, 5}, {80, 25, 0},
+               {81, 1, 0}, {0, 1, 0},  {1, 0, 0},   {1, 26, 0}};
+  for (const auto& Case : Cases) {
     SCOPED_TRACE(std::to_string(Case.X) + "," + std::to_string(Case.Y));
-    std::string Report = RunOnPipe([&] {
+    const std::string Report = RunOnPipe([&] {
       SetTextAttr(0x1F);
       GotoXY(3, 4);
       FastWrite(std::string(100, 'w'), Case.X, Case.Y, 0x4E);
-      size_t Written = 0;
-      bool AllInAttr = true;
-      for (int32_t Y = 1; Y <= 25; ++Y) {
-        for (int32_t X = 1; X <= 80; ++X) {
-          if (ConsoleBuf[(Y - 1) * 80 + X - 1].Ch != 'w') continue;
-          ++Written;
-          AllInAttr = AllInAttr && ConsoleBuf[(Y - 1) * 80 + X - 1].Attr == 0x4E;
-        }
+      int Written = 0, InAttr = 0;
+      for (int32_t I = 0; I < 80 * 25; ++I) {
+        Written += ConsoleBuf[I].Ch == 'w';
+        InAttr += ConsoleBuf[I].Ch == 'w' && ConsoleBuf[I].Attr == 0x4E;
       }
-      return Mismatch("written", Written, Case.Written) + Mismatch("attr", AllInAttr, true) +
-             Mismatch("first cell", Written == 0 || GetCharAt(Case.X, Case.Y) == 'w', true) +
-             Mismatch("cursor", Cursor(), "3,4") +
-             Mismatch("door attr", static_cast<int>(GetTextAttr()), 0x1F) +
-             Mismatch("console attr", static_cast<int>(TextAttr), 0x1F);
+      return Say({Written, InAttr, Written == 0 || GetCharAt(Case.X, Case.Y) == 'w', Cursor(), GetTextAttr(),
+                  TextAttr});
     });
-    EXPECT_EQ(Report, "");
+    EXPECT_EQ(Report, Say({Case.Written, Case.Written, 1, "3,4", 0x1F, 0x1F}));
   }
 }
 
 TEST(FastWrite, InsideAWindowLeavesWindowCursorAndAttr) {
-  std::string Report = RunOnPipe([] {
+  const std::string Report = RunOnPipe([] {
     Window(10, 5, 30, 15);
     GotoXY(4, 3);
     SetTextColour(14);
@@ -61,47 +51,34 @@ TEST(FastWrite, InsideAWindowLeavesWindowCursorAndAttr) {
     FastWrite("status", 2, 25, 0x70);
     SetCharAt('#', 1, 1);
     SetAttrAt(0x2A, 3, 25);
-    return Mismatch("window", WindMinX * 1000000 + WindMinY * 10000 + WindMaxX * 100 + WindMaxY, 10053015) +
-           Mismatch("cursor", Cursor(), "4,3") +
-           Mismatch("door attr", static_cast<int>(GetTextAttr()), 0x0E) +
-           Mismatch("console attr", static_cast<int>(TextAttr), 0x0E) +
-           Mismatch("text", ShadowText(25, 1, 8), ".status.") +
-           Mismatch("char kept by SetAttrAt", static_cast<int>(GetCharAt(3, 25)), static_cast<int>('t')) +
-           Mismatch("attr set", static_cast<int>(GetAttrAt(3, 25)), 0x2A) +
-           Mismatch("never-written cell keeps attr 0", static_cast<int>(GetAttrAt(1, 1)), 0) +
-           Mismatch("char set", static_cast<int>(GetCharAt(1, 1)), static_cast<int>('#'));
+    return Say({WindowText(), Cursor(), GetTextAttr(), TextAttr, ShadowText(25, 1, 8), GetCharAt(3, 25),
+                GetAttrAt(3, 25), GetCharAt(1, 1), GetAttrAt(1, 1)});
   });
-  EXPECT_EQ(Report, "");
+  // SetAttrAt keeps the character, SetCharAt the never-written attribute 0.
+  EXPECT_EQ(Report, Say({"10 5 30 15", "4,3", 14, 14, ".status.", 't', 0x2A, '#', 0}));
 }
 
 TEST(CellAccess, ReadsAndPositions) {
-  std::string Report = RunOnPipe([] {
-    std::string R = Mismatch("char out of range", static_cast<int>(GetCharAt(0, 1)), 0x20) +
-                    Mismatch("attr out of range", static_cast<int>(GetAttrAt(81, 1)), 7) +
-                    Mismatch("char row 26", static_cast<int>(GetCharAt(1, 26)), 0x20) +
-                    Mismatch("never written", GetCharAt(5, 5) * 256 + GetAttrAt(5, 5), 0) +
-                    Mismatch("size", ScreenSizeX() * 100 + ScreenSizeY(), 8025);
+  const std::string Report = RunOnPipe([] {
+    const std::string Reads = Say({GetCharAt(0, 1), GetAttrAt(81, 1), GetCharAt(1, 26), GetCharAt(5, 5),
+                                   GetAttrAt(5, 5), ScreenSizeX(), ScreenSizeY()});
     GotoXYAbs(0x0407);
-    R += Mismatch("GotoXYAbs", Cursor(), "8,5") +
-         Mismatch("WhereXYAbs", static_cast<int>(WhereXYAbs()), 0x0407);
+    const std::string Abs = Say({Cursor(), WhereXYAbs()});
     GotoXYAbs(0);
-    R += Mismatch("GotoXYAbs 0", Cursor(), "1,1");
+    const std::string Zero = Cursor();
     Window(11, 11, 40, 20);
     GotoXYAbs(0x0102);
-    R += Mismatch("window-relative", ConsoleGetCursor().X * 100 + ConsoleGetCursor().Y, 1312) +
-         Mismatch("WhereXYAbs in window", static_cast<int>(WhereXYAbs()), 0x0102);
-    return R;
+    return Say({Reads, Abs, Zero, ConsoleGetCursor().X, ConsoleGetCursor().Y, WhereXYAbs()});
   });
-  EXPECT_EQ(Report, "");
+  // Outside the screen: blank in attribute 7; never written: 0 and 0.
+  EXPECT_EQ(Report, Say({"32 7 32 0 0 80 25", "8,5", 0x0407, "1,1", 13, 12, 0x0102}));
 }
 
 TEST(CellAccess, SaveAndRestoreBringBackAllButTheLastCell) {
-  std::string Report = RunOnPipe([] {
-    for (int32_t Y = 1; Y <= 25; ++Y) {
-      for (int32_t X = 1; X <= 80; ++X) {
-        ConsoleBuf[(Y - 1) * 80 + X - 1] = {static_cast<uint8_t>('A' + (X + Y) % 26),
-                                            static_cast<uint8_t>(X + Y)};
-      }
+  const std::string Report = RunOnPipe([] {
+    ConsoleInit();  // the shadow is written directly below
+    for (int32_t I = 0; I < 80 * 25; ++I) {
+      ConsoleBuf[I] = {static_cast<uint8_t>('A' + (I % 80 + I / 80 + 2) % 26), static_cast<uint8_t>(I)};
     }
     TScreenBuffer Saved;
     ScreenSave(Saved);
@@ -111,15 +88,13 @@ TEST(CellAccess, SaveAndRestoreBringBackAllButTheLastCell) {
     int Wrong = 0;
     for (uint8_t Y = 1; Y <= 25; ++Y) {
       for (uint8_t X = 1; X <= 80; ++X) {
-        bool Same = GetCharAt(X, Y) == Saved[Y - 1][X - 1].Ch && GetAttrAt(X, Y) == Saved[Y - 1][X - 1].Attr;
-        if (!Same && !(X == 80 && Y == 25)) ++Wrong;
+        const TCharInfo& Cell = Saved[Y - 1][X - 1];
+        Wrong += GetCharAt(X, Y) != Cell.Ch || GetAttrAt(X, Y) != Cell.Attr;
       }
     }
-    return Mismatch("cells not restored", Wrong, 0) +
-           Mismatch("last cell", static_cast<int>(GetCharAt(80, 25)), 0x20) +
-           Mismatch("saved row 3", std::string(reinterpret_cast<const char*>(&Saved[2][0].Ch), 1), "E");
+    return Say({Wrong, GetCharAt(80, 25), Saved[2][0].Ch});
   });
-  EXPECT_EQ(Report, "");
+  EXPECT_EQ(Report, Say({1, ' ', 'E'}));  // all but the last cell, which stays blank
 }
 
 // The bytes of a status-bar write: there and back, nothing else.
@@ -139,8 +114,7 @@ TEST(CellAccess, SmallConsole) {
   Options.Cols = 40;
   Options.Rows = 10;
   TChildRun Run = RunConsoleChild(Options, [] {
-    std::string R = Mismatch("char beyond", static_cast<int>(GetCharAt(41, 1)), 0x20) +
-                    Mismatch("attr beyond", static_cast<int>(GetAttrAt(1, 11)), 7);
+    const std::string Reads = Say({GetCharAt(41, 1), GetAttrAt(1, 11)});
     FastWrite(std::string(20, 'a'), 30, 1, 7);
     FastWrite(std::string(40, 'b'), 1, 10, 7);
     FastWrite("c", 41, 2, 7);
@@ -151,12 +125,10 @@ TEST(CellAccess, SmallConsole) {
     TScreenBuffer Saved;
     ScreenSave(Saved);
     ScreenRestore(Saved);
-    return R + Mismatch("row 1", ShadowText(1, 28, 40), "..aaaaaaaaaaa") +
-           Mismatch("row 10", ShadowText(10, 38, 40), "bb.") +
-           Mismatch("row 2", ShadowText(2), std::string(40, '.')) + Mismatch("f", ShadowText(4, 3, 3), "f") +
-           Mismatch("window", WindMinX * 1000 + WindMaxY, 2005);
+    return Say({Reads, ShadowText(1, 28, 40), ShadowText(10, 38, 40), ShadowText(2) == std::string(40, '.'),
+                ShadowText(4, 3, 3), WindMinX, WindMaxY});
   });
-  EXPECT_EQ(Run.Report, "");
+  EXPECT_EQ(Run.Report, "32 7 ..aaaaaaaaaaa bb. 1 f 2 5");
 }
 
 }  // namespace
