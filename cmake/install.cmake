@@ -1,8 +1,8 @@
 # What `cmake --install` puts in place: the programs tamblin and wicket-host in bin/; the
 # reader's skins, sample settings, sample feed and Synchronet's install-xtrn.ini in
 # share/tamblin/, laid out as a run folder (a run looks for skins/ in its working directory);
-# and, for door authors, libwicket with its headers under include/wicket/ (folders kept, so "door/door.h" reads as in this tree) and the
-# pkg-config file wicket.pc:
+# and, for door authors, libwicket with its headers under include/wicket/ (folders kept, so
+# "door/door.h" reads as in this tree) and the pkg-config file wicket.pc:
 #   c++ -std=c++20 mydoor.cpp $(pkg-config --cflags --libs wicket) -o mydoor
 include(GNUInstallDirs)
 
