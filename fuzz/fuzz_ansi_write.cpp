@@ -29,6 +29,7 @@
 
 static void DrainTerminal(int AMaster) {
   std::string Tail;
+  bool Answered = false;
   char Buf[65536];
   for (;;) {
     ssize_t N = read(AMaster, Buf, sizeof(Buf));
@@ -37,9 +38,12 @@ static void DrainTerminal(int AMaster) {
     if (N < 0 && errno == EINTR) continue;
     if (N <= 0) return;
     Tail.append(Buf, static_cast<size_t>(N));
-    if (Tail.find("\x1b[6n") != std::string::npos) {
+    // Only the console's own start-up question is answered. Inputs that carry the same bytes
+    // would be answered too, and replies nobody reads would fill the terminal's input queue
+    // until this write blocked and the drain stopped.
+    if (!Answered && Tail.find("\x1b[6n") != std::string::npos) {
       if (write(AMaster, "\x1b[3;7R", 6) != 6) return;
-      Tail.clear();
+      Answered = true;
     }
     if (Tail.size() > 16) Tail.erase(0, Tail.size() - 16);
   }
