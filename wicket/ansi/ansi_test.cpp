@@ -6,16 +6,10 @@
 
 #include <string>
 
+#include "console/console_testutil.h"
 #include "crt2/crt2.h"
 
 namespace {
-
-// Writes ESC as "\e" so that failures read like the sequences they are.
-std::string Show(const std::string& AText) {
-  std::string Out;
-  for (char C : AText) Out += C == '\x1b' ? std::string("\\e") : std::string(1, C);
-  return Out;
-}
 
 // AFn(AArg) built while the door's attribute is ACurrent.
 std::string With(uint8_t ACurrent, std::string (*AFn)(uint8_t), uint8_t AArg) {
@@ -59,5 +53,5 @@ TEST(AnsiBuilders, SequencesByteForByte) {
       {With(0x07, Blink, 0), "\x1b[0m\x1b[40m\x1b[0;37m\x1b[40m"},
       {With(0x07, Blink, 1), "\x1b[5m"},
   };
-  for (const auto& C : Cases) EXPECT_EQ(Show(C.Got), Show(C.Want));
+  for (const auto& C : Cases) EXPECT_EQ(Visible(C.Got), Visible(C.Want));
 }

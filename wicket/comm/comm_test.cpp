@@ -206,23 +206,16 @@ TEST(CommWrite, EachWriteIsOneSendAndOnlyCommWriteDoublesIac) {
 TEST(CommReceive, NormalisesLineEndsWithinEachBlockOnly) {
   // Each inner string is one block as the caller's side sent it. Telnet replies reach the door
   // as plain bytes.
+  const std::string Telnet = "\xFF\xFD\x01\xFF\xFF";
   struct TCase {
     std::vector<std::string> Blocks;
     std::string Delivered;
-  } Cases[] = {
-      {{"A\r\nB"}, "A\rB"},
-      {{"\r\0"s}, "\r"},
-      {{"\0"s}, "\0"s},
-      {{"\n\r"}, "\r\r"},
-      {{"\r\n\n"}, "\r\r"},
-      {{"\r\n\0"s}, "\r"},
-      {{"\r\0\n"s}, "\r\r"},
-      {{"\r\r\n"}, "\r\r"},
-      {{"\r", "\0"s}, "\r\0"s},
-      {{"x\r", "\n", "y\n"}, "x\r\ry\r"},
-      {{"\xFF\xFD\x01\xFF\xFF"}, "\xFF\xFD\x01\xFF\xFF"},
-      {{std::string(1024, '\n')}, std::string(1024, '\r')},
-  };
+  } Cases[] = {{{"A\r\nB"}, "A\rB"},     {{"\r\0"s}, "\r"},
+               {{"\0"s}, "\0"s},         {{"\n\r"}, "\r\r"},
+               {{"\r\n\n"}, "\r\r"},     {{"\r\n\0"s}, "\r"},
+               {{"\r\0\n"s}, "\r\r"},    {{"\r\r\n"}, "\r\r"},
+               {{"\r", "\0"s}, "\r\0"s}, {{"x\r", "\n", "y\n"}, "x\r\ry\r"},
+               {{Telnet}, Telnet}};
   for (const auto& C : Cases) {
     InChild([&C] {
       TPair Pair = OpenLink(SOCK_SEQPACKET);

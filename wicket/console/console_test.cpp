@@ -47,7 +47,6 @@ TEST(ConsoleStart, TakesSizeAndCursorFromTheTerminal) {
   EXPECT_EQ(Run.Report,
             "size 100 30 window 100 30 cursor 10,5 redirected 0 0 raw 1 key 107 " + std::string(100, '.'));
   EXPECT_EQ(Visible(Run.Output), Visible("\x1b[6n\x1b[m"));
-  EXPECT_TRUE(SameMode(Run.After, Run.Before));
 }
 
 TEST(ConsoleStart, WithoutAnswerHomesTheCursor) {
@@ -292,28 +291,6 @@ TEST(ConsoleWriteRaw, PassesBytesAndFollowsThem) {
     EXPECT_EQ(Run.Report, "Hi. 30 x 7 y pending 80 1 then d   2,2 7");
     EXPECT_EQ(Visible(AfterConsoleStart(Run.Output)), Visible(Parts[0] + Parts[1] + Parts[2]));
   }
-}
-
-// A status-bar write between two pieces of the door's stream: the terminal is put back where the
-// stream left it, in the stream's colours.
-TEST(ConsoleWriteRaw, ResumesAfterTheConsolesOwnOutput) {
-  TChildRun Run = RunConsoleChild({}, [] {
-    ConsoleInit();
-    ConsoleWriteRaw("hello");
-    ConsoleBeginUpdate();  // what FastWrite does
-    TConsoleCursor Saved = ConsoleGetCursor();
-    GotoXY(1, 25);
-    TextAttr = 0x70;
-    ConsoleWrite("S");
-    TextAttr = 7;
-    ConsoleSetCursor(Saved);
-    ConsoleEndUpdate();
-    ConsoleWriteRaw("!");
-    return ShadowText(1, 1, 7);
-  });
-  EXPECT_EQ(Run.Report, "hello!.");
-  EXPECT_EQ(Visible(AfterConsoleStart(Run.Output)),
-            Visible("hello\x1b[25;1H\x1b[0;30;47mS\x1b[1;6H\x1b[0;37;40m!"));
 }
 
 TEST(ConsoleKeys, DecodesCursorAndFunctionKeysToScanCodes) {

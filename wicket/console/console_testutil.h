@@ -3,7 +3,7 @@
 // output), and hands back every byte the child wrote, what the child reported, its exit status and
 // the terminal's mode before and after. The console's process-wide state (termios, signal
 // handlers, exit handlers) thus never touches the test process. Header-only, so that the tests of
-// videoutils and ansi can use it too.
+// the modules above the console can use it too.
 #pragma once
 
 #include <poll.h>

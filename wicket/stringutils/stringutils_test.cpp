@@ -8,26 +8,17 @@
 #include <climits>
 
 #include "ansi/ansi.h"
+#include "console/console_testutil.h"
 #include "crt2/crt2.h"
 
 using namespace std::string_literals;
-
-namespace {
-
-std::string Show(const std::string& AText) {
-  std::string Out;
-  for (char C : AText) Out += C == '\x1b' ? std::string("\\e") : std::string(1, C);
-  return Out;
-}
-
-}  // namespace
 
 // Codes are two hex digits of either case, 128 and up lose bit 7; a code needs exactly two hex
 // digits after the bar (no blank or sign as a number parser would allow).
 TEST(PipeToAnsi, TranslatesCodesAndPassesEverythingElseAsText) {
   SetTextAttr(0x07);
   const std::string Grey = AnsiTextAttr(0x07);
-  ASSERT_EQ(Show(Grey), "\\e[0;37m\\e[40m\\e[40m");  // the table below leans on this
+  ASSERT_EQ(Visible(Grey), "\\e[0;37m\\e[40m\\e[40m");  // the table below leans on this
   const std::string White = AnsiTextAttr(0x0F), YellowOnBlue = AnsiTextAttr(0x1E);
   struct TCase {
     std::string Text;
@@ -45,7 +36,7 @@ TEST(PipeToAnsi, TranslatesCodesAndPassesEverythingElseAsText) {
                {"|0|07", "|0" + Grey},
                {"|||", "|||"},
                {"\0|07\xFF"s, "\0"s + Grey + "\xFF"}};
-  for (const auto& C : Cases) EXPECT_EQ(Show(PipeToAnsi(C.Text)), Show(C.Want)) << Show(C.Text);
+  for (const auto& C : Cases) EXPECT_EQ(Visible(PipeToAnsi(C.Text)), Visible(C.Want)) << Visible(C.Text);
 }
 
 TEST(SethStrip, DropsCodesOfTwoOrThreeBytes) {

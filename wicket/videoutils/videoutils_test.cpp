@@ -97,15 +97,18 @@ TEST(CellAccess, SaveAndRestoreBringBackAllButTheLastCell) {
   EXPECT_EQ(Report, Say({1, ' ', 'E'}));  // all but the last cell, which stays blank
 }
 
-// The bytes of a status-bar write: there and back, nothing else.
+// The bytes of a status-bar write in the middle of the door's own stream: there and back, then the
+// stream's colours again before its next byte; nothing else.
 TEST(FastWrite, BytesOnTheTerminal) {
   TChildRun Run = RunConsoleChild({}, [] {
-    GotoXY(5, 2);
+    ConsoleWriteRaw("hello");
     FastWrite("12:00", 70, 25, 0x1F);
-    return std::string();
+    ConsoleWriteRaw("!");
+    return ShadowText(1, 1, 7);
   });
+  EXPECT_EQ(Run.Report, "hello!.");
   EXPECT_EQ(Visible(AfterConsoleStart(Run.Output)),
-            Visible("\x1b[2;5H\x1b[25;70H\x1b[0;1;37;44m12:00\x1b[2;5H"));
+            Visible("hello\x1b[25;70H\x1b[0;1;37;44m12:00\x1b[1;6H\x1b[0;37;40m!"));
 }
 
 // A console smaller than the grid: no read outside the buffer, no write that wraps or scrolls.
