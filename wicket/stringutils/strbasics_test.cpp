@@ -20,22 +20,24 @@ TEST(StrToIntDef, ReadsEveryNumberForm) {
     std::string Text;
     int32_t Want;
   } Cases[] = {
-      {"12", 12},         {"  \t12", 12},       {"+12", 12},           {"-12", -12},
-      {"007", 7},         {"$0C", 12},          {"$0c", 12},           {"x1F", 31},
-      {"X1f", 31},        {"0x10", 16},         {"0X10", 16},          {"&17", 15},
-      {"%101", 5},        {"-$10", -16},        {"2147483647", INT_MAX}, {"-2147483648", INT_MIN},
-      {"$FFFFFFFF", -1},  {"$80000000", INT_MIN}, {"%11111111111111111111111111111111", -1},
+      {"12", 12},  {"  \t12", 12}, {"+12", 12},  {"-12", -12}, {"007", 7},  {"$0C", 12}, {"$0c", 12},
+      {"x1F", 31}, {"X1f", 31},    {"0x10", 16}, {"0X10", 16}, {"&17", 15}, {"%101", 5}, {"-$10", -16},
   };
   for (const auto& C : Cases) EXPECT_EQ(StrToIntDef(C.Text, 99), C.Want) << C.Text;
+  // The limits, and hexadecimal and binary forms that fill all 32 bits.
+  EXPECT_EQ(StrToIntDef("2147483647", 99), INT_MAX);
+  EXPECT_EQ(StrToIntDef("-2147483648", 99), INT_MIN);
+  EXPECT_EQ(StrToIntDef("$FFFFFFFF", 99), -1);
+  EXPECT_EQ(StrToIntDef("$80000000", 99), INT_MIN);
+  EXPECT_EQ(StrToIntDef("%" + std::string(32, '1'), 99), -1);
 }
 
+// Blanks after the number, signs twice, digits of another base, one past the limits, and text
+// over the length limit (even of leading zeros; 255 bytes are still fine).
 TEST(StrToIntDef, GivesTheDefaultForAnythingElse) {
-  const std::string Bad[] = {
-      "",          " ",         "-",          "$",           "0x",         "12 ",
-      "12 blue",   "1.5",       "2147483648", "-2147483649", "$100000000", "&8",
-      "%2",        "abc",       "+-1",        "1\n",         "--1",
-      std::string(256, '1'),  // over the length limit even with leading zeros
-  };
+  const std::string Bad[] = {"",        " ",   "-",   "$",          "0x",          "12 ",
+                             "12 blue", "1.5", "abc", "2147483648", "-2147483649", "$100000000",
+                             "&8",      "%2",  "+-1", "1\n",        "--1",         std::string(256, '1')};
   for (const auto& Text : Bad) EXPECT_EQ(StrToIntDef(Text, 7), 7) << Text;
-  EXPECT_EQ(StrToIntDef(std::string(254, '0') + "5", 7), 5);  // 255 bytes is still fine
+  EXPECT_EQ(StrToIntDef(std::string(254, '0') + "5", 7), 5);
 }
