@@ -4,11 +4,10 @@
 // `openssl` command.
 #pragma once
 
-#include <atomic>
+#include <netinet/in.h>
+
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,60 +16,61 @@
 enum TServerEnd {
   seClose,         // orderly close (a TLS close_notify first)
   seReset,         // an RST: SO_LINGER with time 0
-  seStall,         // keep the connection open, silent, until the server is stopped
+  seStall,         // keep the connection open and silent until the server stops; serve the next one
   seFinThenReset,  // a FIN at once, an RST a moment later: the next write of the peer fails with EPIPE
 };
 
 // What the server does with one connection.
 struct TServerReply {
-  std::string Bytes;           // sent after the request has come in
-  bool WaitForRequest = true;  // read up to the empty line first (false: send at once)
-  size_t ReadLimit = 0;        // > 0: stop reading after this many request bytes and go to End
-  size_t PieceSize = 0;        // > 0: send in pieces of this size ...
-  int PieceDelayMs = 0;        // ... with this pause between them
+  std::string Bytes;            // sent once the request has been read
+  size_t ReadLimit = SIZE_MAX;  // request bytes read at most, up to its empty line (0: send at once)
+  size_t PieceSize = 0;         // > 0: send in pieces of this size, one write (TLS record) each
   TServerEnd End = seClose;
 };
 
-// A server on 127.0.0.1. Connection N (from 0) gets Replies[N], the last one for all later
-// connections. TLS when CertFile and KeyFile are set. Stopped and joined on destruction.
-struct TTestServer {
-  std::vector<TServerReply> Replies;
+// A self-signed certificate for CN=localhost with its key; empty names for none.
+struct TTestCertificate {
   std::string CertFile;
   std::string KeyFile;
-  uint16_t Port = 0;  // set by StartTestServer
+};
+// Made once per process by the `openssl` command; AExpired gives one that ran out in 2020.
+// Throws when the command fails.
+const TTestCertificate& TestCertificate(bool AExpired = false);
 
-  // Run-time state of the server thread.
-  int ListenFd = -1;
-  int WakeRead = -1;
-  int WakeWrite = -1;
-  void* TlsContext = nullptr;
-  std::thread Thread;
-  std::mutex Lock;
+// A server on 127.0.0.1. Connection N (from 0) gets Replies[N], the last one for all later
+// connections. TLS when Tls is set. Stopped and joined on destruction.
+struct TTestServer {
+  std::vector<TServerReply> Replies;
+  TTestCertificate Tls;
+  uint16_t Port = 0;  // set by StartTestServer
+  // Filled by the server thread; read them after StopTestServer.
   std::vector<std::string> Requests;     // the request bytes of each connection, in order
   std::vector<std::string> ServerNames;  // the SNI of each TLS connection ("" when none)
 
-  TTestServer() = default;
-  TTestServer(const TTestServer&) = delete;
-  TTestServer& operator=(const TTestServer&) = delete;
+  // Run-time state of the server thread.
+  int ListenFd = -1;
+  void* TlsContext = nullptr;
+  std::thread Thread;
+
   ~TTestServer();
 };
 
 // Binds a free port on 127.0.0.1 and starts serving; throws when that fails.
 void StartTestServer(TTestServer& AServer);
-// Wakes and joins the server thread and closes its sockets; safe to call twice.
+// Wakes and joins the server thread and closes its sockets; safe to call twice. Call it only
+// when every fetch of the server has ended.
 void StopTestServer(TTestServer& AServer);
-std::vector<std::string> TestServerRequests(TTestServer& AServer);
-std::vector<std::string> TestServerNames(TTestServer& AServer);
 // "http://127.0.0.1:PORT" + APath, or "https://..." for a TLS server.
 std::string TestServerUrl(const TTestServer& AServer, const std::string& APath);
 
-// A self-signed certificate for CN=localhost with its key, made by the `openssl` command in ADir;
-// AExpired gives one that ran out in 2020. Throws when the command fails.
-struct TTestCertificate {
-  std::string CertFile;
-  std::string KeyFile;
-};
-TTestCertificate MakeTestCertificate(const std::filesystem::path& ADir, bool AExpired);
-
+// 127.0.0.1:APort as a socket address.
+sockaddr_in LoopbackAddress(uint16_t APort);
 // A loopback port that nothing listened on a moment ago.
 uint16_t FreeLoopbackPort();
+
+// What SimpleGet gives for AUrl: the body, or "!" and the failure text.
+std::string FetchOutcome(const std::string& AUrl);
+// The request SimpleGet must send: "GET ATarget HTTP/1.1", an Authorization line when AAuth (base64)
+// is set, "Host: AHost", "Connection: close" and the empty line, CR LF each.
+std::string ExpectedRequest(const std::string& ATarget, const std::string& AHost,
+                            const std::string& AAuth = "");
