@@ -25,10 +25,9 @@ TSettings Current() {
           CommandColor, ExitOnEnter, PageColor,   PageBgColor, MaxItems};
 }
 
-std::ostream& operator<<(std::ostream& AOut, const TSettings& A) {
-  return AOut << "{" << A.Url << "|" << A.Skin << "|" << A.FeedBg << "," << A.Title << "," << A.Date << ","
-              << A.Body << "," << A.Command << "," << A.Exit << "," << A.Page << "," << A.PageBg << ","
-              << A.Max << "}";
+void PrintTo(const TSettings& A, std::ostream* AOut) {
+  *AOut << testing::PrintToString(std::make_tuple(A.Url, A.Skin, A.FeedBg, A.Title, A.Date, A.Body, A.Command,
+                                                  A.Exit, A.Page, A.PageBg, A.Max));
 }
 
 const TSettings PRESETS = {"", "", 7, 15, 11, 14, 14, false, 15, 1, 50};
@@ -42,34 +41,32 @@ TSettings Load(const std::string& AContent) {
   return Current();
 }
 
-std::string Lines(std::initializer_list<std::string> ALines, const std::string& AEnd = "\n") {
+std::string Lines(const std::vector<std::string>& ALines, const std::string& AEnd = "\n") {
   std::string Text;
   for (const auto& Line : ALines) Text += Line + AEnd;
   return Text;
 }
 
-const std::string FULL_FILE = Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y", "6",
-                                     "0", "20", "ignored twelfth line"});
+// The first ACount lines of a complete file, each ended by AEnd.
+std::string FullFile(size_t ACount, const std::string& AEnd = "\n") {
+  const std::vector<std::string> Values = {
+      "http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y", "6", "0", "20",
+      "ignored twelfth line"};
+  return Lines({Values.begin(), Values.begin() + static_cast<ptrdiff_t>(ACount)}, AEnd);
+}
 const TSettings FULL = {"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 6, 0, 20};
 
 }  // namespace
 
+// Every load starts from the presets, so each file here also undoes what the one before set.
 TEST(LoadConfig, ShortFilesKeepThePresetsOfTheLinesTheyLack) {
-  TSettings OneLine = PRESETS;
-  OneLine.Url = "http://x/feed";
-  EXPECT_EQ(Load("  http://x/feed  "), OneLine);  // no line end at the end, trimmed
+  EXPECT_EQ(Load(FullFile(12)), FULL);
+  EXPECT_EQ(Load(FullFile(8)),
+            (TSettings{"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 15, 1, 50}));
+  EXPECT_EQ(Load(FullFile(10)),
+            (TSettings{"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 6, 0, 50}));
+  EXPECT_EQ(Load("  http://x/feed  "), (TSettings{"http://x/feed", "", 7, 15, 11, 14, 14, false, 15, 1, 50}));
   EXPECT_EQ(Load(""), PRESETS);
-
-  TSettings Ten = FULL;
-  Ten.Max = 50;
-  EXPECT_EQ(Load(Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "y", "6", "0"})), Ten);
-
-  TSettings Eight = FULL;
-  Eight.Page = 15;
-  Eight.PageBg = 1;
-  Eight.Max = 50;
-  EXPECT_EQ(Load(Lines({"http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y"})), Eight);
-  EXPECT_EQ(Load(FULL_FILE), FULL);
 }
 
 TEST(LoadConfig, BadNumbersFallBackLineByLine) {
@@ -83,53 +80,32 @@ TEST(LoadConfig, BadNumbersFallBackLineByLine) {
 }
 
 TEST(LoadConfig, ReadsEveryNumberFormAfterTrimming) {
-  struct Case {
-    std::string Line;
-    int32_t Want;
-  } Cases[] = {
-      {" 12 ", 12},
-      {"\t12\x01", 12},
-      {"$0C", 12},
-      {"0x0c", 12},
-      {"X0C", 12},
-      {"&14", 12},
-      {"%1100", 12},
-      {"+12", 12},
-      {"-1", -1},
-      {"$FFFFFFFF", -1},
-      {"270", 270},
-      {"2147483647", INT_MAX},
-      {"-2147483648", INT_MIN},
-      {"2147483648", 7},
-      {"$100000000", 7},
-      {"1 2", 7},
-      {"12h", 7},
-      {std::string(256, '1'), 7},
-  };
-  for (const auto& C : Cases) {
+  auto Expect = [](const std::string& ALine, int32_t AWant) {
     // Line 11 uses the fallback 7, as a bad colour of line 3 does.
-    const auto Got = Load(Lines({"u", "s", C.Line, "2", "3", "4", "5", "n", "6", "0", C.Line}));
-    EXPECT_EQ(Got.FeedBg, C.Want) << C.Line;
-    EXPECT_EQ(Got.Max, C.Want) << C.Line;
-  }
+    const auto Got = Load(Lines({"u", "s", ALine, "2", "3", "4", "5", "n", "6", "0", ALine}));
+    EXPECT_EQ(std::pair(Got.FeedBg, Got.Max), std::pair(AWant, AWant)) << ALine;
+  };
+  for (const char* Twelve : {"\t12\x01", "$0C", "0x0c", "X0C", "&14", "%1100", "+12"}) Expect(Twelve, 12);
+  for (const std::string& Bad : {"2147483648"s, "$100000000"s, "1 2"s, "12h"s, std::string(256, '1')})
+    Expect(Bad, 7);
+  Expect("-1", -1);
+  Expect("$FFFFFFFF", -1);
+  Expect("270", 270);
+  Expect("2147483647", INT_MAX);
+  Expect("-2147483648", INT_MIN);
 }
 
 TEST(LoadConfig, OnlyAYTurnsExitOnEnterOn) {
-  struct Case {
-    std::string Line;
-    bool Want;
-  } Cases[] = {{"Y", true},  {"y", true},  {"  y  ", true}, {"\ty\x01", true}, {"YES", false},
-               {"1", false}, {"N", false}, {"", false},     {"y y", false},    {"\xC3\xBD", false}};
-  for (const auto& C : Cases)
-    EXPECT_EQ(Load(Lines({"u", "s", "1", "2", "3", "4", "5", C.Line})).Exit, C.Want) << C.Line;
+  const std::pair<std::string, bool> Cases[] = {
+      {"Y", true},  {"y", true},  {"  y  ", true}, {"\ty\x01", true}, {"YES", false},
+      {"1", false}, {"N", false}, {"", false},     {"y y", false},    {"\xC3\xBD", false}};
+  for (const auto& [Line, Want] : Cases)
+    EXPECT_EQ(Load(Lines({"u", "s", "1", "2", "3", "4", "5", Line})).Exit, Want) << Line;
 }
 
 TEST(LoadConfig, LineEndsCountTheSameInEveryForm) {
-  const std::vector<std::string> Values = {
-      "http://example.com/rss", "blue.ans", "1", "2", "3", "4", "5", "Y", "6", "0", "20"};
   for (const std::string End : {"\n", "\r", "\r\n"}) {
-    std::string Text;
-    for (const auto& V : Values) Text += V + End;
+    std::string Text = FullFile(11, End);
     EXPECT_EQ(Load(Text), FULL) << "line end " << int(End[0]) << "/" << End.size();
     Text.resize(Text.size() - End.size());  // the last line needs no line end
     EXPECT_EQ(Load(Text), FULL);
@@ -154,31 +130,21 @@ TEST(LoadConfig, ByteOrderMarksAreDecodedAndNotPartOfLineOne) {
   };
   const std::u16string Text =
       u"http://example.com/caf\u00e9\r\nsk\U0001F600.ans\r\n$0C\r\n\r\n\r\n\r\n\r\n y\r\n";
-  TSettings Want = PRESETS;
-  Want.Url = "http://example.com/caf\xC3\xA9";  // UTF-16 text becomes UTF-8
-  Want.Skin = "sk\xF0\x9F\x98\x80.ans";
-  Want.FeedBg = 12;
-  Want.Title = 15;
-  Want.Exit = true;
+  // UTF-16 text becomes UTF-8.
+  const TSettings Want = {
+      "http://example.com/caf\xC3\xA9", "sk\xF0\x9F\x98\x80.ans", 12, 15, 11, 14, 14, true, 15, 1, 50};
   EXPECT_EQ(Load(Utf16(Text, false)), Want);
   EXPECT_EQ(Load(Utf16(Text, true)), Want);
   EXPECT_EQ(Load("\xEF\xBB\xBFhttp://example.com/caf\xC3\xA9\nsk\xF0\x9F\x98\x80.ans\n$0C\n\n\n\n\ny"), Want);
 
-  // Without a mark the bytes stand as they are, a mark-like sequence later on included.
+  // Without a mark the bytes stand as they are, a mark-like sequence later on included, and
+  // zero and high bytes inside a line too.
+  EXPECT_EQ(Load("\x01http://a\0b\xE9\x1A/ \x00\n"s).Url, "http://a\0b\xE9\x1A/"s);
   EXPECT_EQ(Load("\xEF\xBB\xBF\xEF\xBB\xBFu\n").Url, "\xEF\xBB\xBFu");
   EXPECT_EQ(Load("u\xFF\xFE\n").Url, "u\xFF\xFE");
   // A lone surrogate becomes U+FFFD; an odd last byte is dropped.
-  EXPECT_EQ(Load("\xFF\xFE"
-                 "a\0\x00\xD8"
-                 "b\0x"s)
-                .Url,
-            "a\xEF\xBF\xBD"
-            "b");
+  EXPECT_EQ(Load("\xFF\xFEg\0\x00\xD8h\0x"s).Url, "g\xEF\xBF\xBDh");
   EXPECT_EQ(Load("\xFE\xFF").Url, "");
-}
-
-TEST(LoadConfig, KeepsZeroBytesAndHighBytesInsideText) {
-  EXPECT_EQ(Load("\x01http://a\0b\xE9\x1A/ \x00\n"s).Url, "http://a\0b\xE9\x1A/"s);
 }
 
 TEST(LoadConfig, StopsReadingADeviceNamedByMistake) {
@@ -186,29 +152,19 @@ TEST(LoadConfig, StopsReadingADeviceNamedByMistake) {
   EXPECT_EQ(Current(), PRESETS);
 }
 
-TEST(LoadConfig, StartsFromThePresetsOnEveryCall) {
-  Load(FULL_FILE);
-  EXPECT_EQ(Load("http://only\n"), (TSettings{"http://only", "", 7, 15, 11, 14, 14, false, 15, 1, 50}));
-}
-
 TEST(LoadConfig, FailsWithTheSystemsReasonWhenTheFileCannotBeRead) {
   TTempDir Dir;
-  struct Case {
-    std::string Name;
-    std::string Want;
-  } Cases[] = {
-      {(Dir.Path / "missing.cfg").string(),
-       "Unable to open file \"" + (Dir.Path / "missing.cfg").string() + "\": No such file or directory"},
-      {"", "Unable to open file \"\": No such file or directory"},
-      {Dir.Path.string(), "Unable to open file \"" + Dir.Path.string() + "\": Is a directory"},
-  };
-  for (const auto& C : Cases) {
-    Load(FULL_FILE);
+  const std::pair<std::string, std::string> Cases[] = {
+      {(Dir.Path / "missing.cfg").string(), "No such file or directory"},
+      {"", "No such file or directory"},
+      {Dir.Path.string(), "Is a directory"}};
+  for (const auto& [Name, Reason] : Cases) {
+    Load(FullFile(12));
     try {
-      LoadConfig(C.Name);
-      ADD_FAILURE() << "no failure for " << C.Name;
+      LoadConfig(Name);
+      ADD_FAILURE() << "no failure for " << Name;
     } catch (const std::runtime_error& E) {
-      EXPECT_EQ(std::string(E.what()), C.Want);
+      EXPECT_EQ(std::string(E.what()), "Unable to open file \"" + Name + "\": " + Reason);
     }
     EXPECT_EQ(Current(), PRESETS) << "a failed load leaves the presets, not the last file";
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 
 #include "config.h"
@@ -11,8 +12,7 @@
 using namespace std::string_literals;
 
 void PrintTo(const TRSSItem& A, std::ostream* AOut) {
-  *AOut << "{" << testing::PrintToString(A.Title) << ", " << testing::PrintToString(A.Description) << ", "
-        << testing::PrintToString(A.Link) << ", " << testing::PrintToString(A.PubDate) << "}";
+  *AOut << testing::PrintToString(std::make_tuple(A.Title, A.Description, A.Link, A.PubDate));
 }
 
 namespace {
@@ -33,84 +33,48 @@ std::vector<std::string> Titles(const std::vector<TRSSItem>& AItems) {
 
 std::string Item(const std::string& ATitle) { return "<item><title>" + ATitle + "</title></item>\n"; }
 
-bool IsSevenBit(const std::string& AText) {
-  for (const char C : AText)
-    if (static_cast<uint8_t>(C) >= 0x80) return false;
-  return true;
-}
-
-bool IsTrimmed(const std::string& AText) {
-  return AText.empty() ||
-         (static_cast<uint8_t>(AText.front()) > 0x20 && static_cast<uint8_t>(AText.back()) > 0x20);
-}
-
 }  // namespace
 
 TEST(SplitLines, EachLineEndFormEndsOneLine) {
-  struct Case {
-    std::string Text;
-    std::vector<std::string> Want;
-  } Cases[] = {
+  // The settings tests hold the other line-end forms; these are the ones a feed body adds.
+  const std::pair<std::string, std::vector<std::string>> Cases[] = {
       {"", {}},
-      {"a", {"a"}},
-      {"a\n", {"a"}},
-      {"\n", {""}},
-      {"\r\n\r\n", {"", ""}},
-      {"a\r\nb\rc\nd", {"a", "b", "c", "d"}},
-      {"a\n\rb", {"a", "", "b"}},  // LF CR is two line ends
       {"a\r\r\nb\n\n", {"a", "", "b", ""}},
       {"a\0b\x1A\n"s, {"a\0b\x1A"s}},  // zero and 0x1A are ordinary bytes
   };
-  for (const auto& C : Cases) EXPECT_EQ(SplitLines(C.Text), C.Want) << testing::PrintToString(C.Text);
-}
-
-TEST(ScanFeedItems, FillsFeedWithTheBodysLines) {
+  for (const auto& [Text, Want] : Cases) EXPECT_EQ(SplitLines(Text), Want) << testing::PrintToString(Text);
   Scan("<rss>\r\n<item>\r<title>t</title></item>\n\n");
   EXPECT_EQ(Feed, (std::vector<std::string>{"<rss>", "<item>", "<title>t</title></item>", ""}));
-  Scan("");
-  EXPECT_TRUE(Feed.empty());
 }
 
 TEST(ExtractTagValue, TakesTheFirstExactTagPair) {
-  struct Case {
-    std::string Source, Tag, Want;
-  } Cases[] = {
-      {"<title>x</title>", "title", "x"},
-      {"a<title> x y </title>b", "title", " x y "},
-      {"<title></title>", "title", ""},
-      {"<title>x", "title", ""},
-      {"<title>x</title", "title", ""},
-      {"</title><title>x</title>", "title", "x"},
-      {"<title>a</title><title>b</title>", "title", "a"},
-      {"<title>a<title>b</title>", "title", "a<title>b"},
-      {"<title a=\"1\">x</title>", "title", ""},
-      {"<TITLE>x</TITLE><Title>y</Title>", "title", ""},
-      {"<media:title>m</media:title><title>t</title>", "title", "t"},
-      {"<pubDate>x</pubdate>", "pubDate", ""},
-      {"<pubDate>x</pubDate>", "pubdate", ""},
-      {"<title><![CDATA[<b>x</b>]]></title>", "title", "<![CDATA[<b>x</b>]]>"},
-      {"<title>a\0b</title>"s, "title", "a\0b"s},
-      {"<title>", "title", ""},
-      {"", "title", ""},
+  const std::pair<std::string, std::string> Cases[] = {
+      {"a<title> x y </title>b", " x y "},
+      {"<title></title>", ""},
+      {"<title>x", ""},
+      {"<title>x</title", ""},
+      {"</title><title>x</title>", "x"},
+      {"<title>a</title><title>b</title>", "a"},
+      {"<title>a<title>b</title>", "a<title>b"},
+      {"<title a=\"1\">x</title>", ""},
+      {"<TITLE>x</TITLE><Title>y</Title>", ""},
+      {"<media:title>m</media:title><title>t</title>", "t"},
+      {"<title><![CDATA[<b>x</b>]]></title>", "<![CDATA[<b>x</b>]]>"},
+      {"<title>a\0b</title>"s, "a\0b"s},
   };
-  for (const auto& C : Cases) EXPECT_EQ(ExtractTagValue(C.Source, C.Tag), C.Want) << C.Source;
+  for (const auto& [Source, Want] : Cases) EXPECT_EQ(ExtractTagValue(Source, "title"), Want) << Source;
+  EXPECT_EQ(ExtractTagValue("<pubDate>x</pubdate>", "pubDate"), "");
 }
 
 TEST(ScanFeedItems, TakesCompleteItemsInFeedOrderUpToMaxItems) {
   const std::string Three =
       "<rss><channel><title>Channel</title>" + Item("one") + Item("two") + Item("three");
-  struct Case {
-    std::string Body;
-    int32_t Max;
-    std::vector<std::string> Want;
-  } Cases[] = {
+  const std::tuple<std::string, int32_t, std::vector<std::string>> Cases[] = {
       {"", 50, {}},
       {"<feed><entry><title>x</title></entry></feed>", 50, {}},
       {Three, 50, {"one", "two", "three"}},
       {Three, 2, {"one", "two"}},
-      {Three, 1, {"one"}},
       {Three, 0, {"one"}},
-      {Three, -1, {"one"}},
       {Three, INT_MIN, {"one"}},
       {"<item><title>x</title>", 50, {}},
       {Item("a") + Item("b") + "<item><title>cut off</title>", 50, {"a", "b"}},
@@ -123,14 +87,12 @@ TEST(ScanFeedItems, TakesCompleteItemsInFeedOrderUpToMaxItems) {
       {"<item><title>open</item>" + Item("b"), 50, {"", "b"}},
       {"<item></item><item><link>l</link></item>", 50, {"", ""}},
   };
-  for (const auto& C : Cases) EXPECT_EQ(Titles(Scan(C.Body, C.Max)), C.Want) << C.Body << " max " << C.Max;
+  for (const auto& [Body, Max, Want] : Cases)
+    EXPECT_EQ(Titles(Scan(Body, Max)), Want) << Body << " max " << Max;
 }
 
 TEST(ScanFeedItems, CleansAndTrimsTextFieldsButOnlyTrimsTheDate) {
-  struct Case {
-    std::string Body;
-    TRSSItem Want;
-  } Cases[] = {
+  const std::pair<std::string, TRSSItem> Cases[] = {
       {"<item><title> caf&#233; &amp; <b>more</b> </title><description>&lt;p&gt;One</description>"
        "<link>\n http://x/?a=1&amp;b=2 \n</link><pubDate> Tue, 01 Jan &amp; <b>\xC3\xA9</b>\x01 "
        "</pubDate></item>",
@@ -138,21 +100,19 @@ TEST(ScanFeedItems, CleansAndTrimsTextFieldsButOnlyTrimsTheDate) {
       // Fields in any order; a multi-line value reaches the cleaner with LF line ends only.
       {"<item>\r\n<pubDate>d</pubDate><description>a\r\nb\rc</description><title>t</title></item>",
        {"t", "a\nb\nc", "", "d"}},
-      {"<item><title>\xC3\xBC"
-       "ber  Z\xC3\xBC"
-       "rich</title><description>\xE2\x80\x99</description></item>",
-       {"uber Zurich", "", "", ""}},
   };
-  for (const auto& C : Cases) {
-    const auto Got = Scan(C.Body);
-    ASSERT_EQ(Got.size(), 1u) << C.Body;
-    EXPECT_EQ(Got[0], C.Want) << C.Body;
-  }
+  for (const auto& [Body, Want] : Cases) EXPECT_EQ(Scan(Body), std::vector<TRSSItem>{Want}) << Body;
 }
 
 TEST(ScanFeedItems, HoldsItsInvariantsOnEveryCorpusFeed) {
   const auto Feeds = CorpusFeeds();
   if (Feeds.empty()) GTEST_SKIP() << "no feed corpus beside the checkout";
+  auto SevenBit = [](const std::string& A) {
+    return std::ranges::all_of(A, [](char C) { return static_cast<uint8_t>(C) < 0x80; });
+  };
+  auto Trimmed = [](const std::string& A) {
+    return A.empty() || (static_cast<uint8_t>(A.front()) > 0x20 && static_cast<uint8_t>(A.back()) > 0x20);
+  };
   size_t WithItems = 0;
   for (const auto& Path : Feeds) {
     const std::string Body = ReadWholeFile(Path);
@@ -160,11 +120,9 @@ TEST(ScanFeedItems, HoldsItsInvariantsOnEveryCorpusFeed) {
       const auto Got = Scan(Body, Max);
       EXPECT_LE(Got.size(), Max > 0 ? static_cast<size_t>(Max) : 1u) << Path;
       for (const auto& It : Got) {
-        for (const std::string* Field : {&It.Title, &It.Description, &It.Link}) {
-          EXPECT_TRUE(IsSevenBit(*Field)) << Path << ": " << *Field;
-          EXPECT_TRUE(IsTrimmed(*Field)) << Path << ": " << *Field;
-        }
-        EXPECT_TRUE(IsTrimmed(It.PubDate)) << Path;
+        for (const std::string* Field : {&It.Title, &It.Description, &It.Link})
+          EXPECT_TRUE(SevenBit(*Field) && Trimmed(*Field)) << Path << ": " << *Field;
+        EXPECT_TRUE(Trimmed(It.PubDate)) << Path;
       }
       if (Max == INT_MAX && !Got.empty()) ++WithItems;
     }
