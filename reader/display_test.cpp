@@ -35,11 +35,8 @@ int CallerFd() {
 std::string Drain(int AFd) {
   std::string Bytes;
   char Buffer[65536];
-  for (;;) {
-    const ssize_t Got = recv(AFd, Buffer, sizeof Buffer, MSG_DONTWAIT);
-    if (Got <= 0) break;
-    Bytes.append(Buffer, static_cast<size_t>(Got));
-  }
+  for (ssize_t Got; (Got = recv(AFd, Buffer, sizeof Buffer, MSG_DONTWAIT)) > 0;)
+    Bytes.append(Buffer, size_t(Got));
   return Bytes;
 }
 
@@ -57,14 +54,11 @@ TScreenModel Shown(const std::string& ABytes) {
   return Screen;
 }
 
-void ResetColours() {
-  FeedBgColor = 7;
-  TitleColor = 15;
-  DateColor = 11;
-  BodyTextColor = 14;
-  CommandColor = 14;
-  PageColor = 15;
-  PageBgColor = 1;
+// AItem painted as the first of ATotal items.
+TScreenModel ShowOnly(const TRSSItem& AItem, int32_t ATotal) {
+  Items = {AItem};
+  ItemCount = 1;
+  return Shown(Captured([&] { ShowItem(0, ATotal); }));
 }
 
 std::string Words(int ACount, const std::string& AWord) {
@@ -76,12 +70,7 @@ std::string Words(int ACount, const std::string& AWord) {
 }  // namespace
 
 TEST(WordWrap, Table) {
-  struct TCase {
-    std::string Text;
-    int32_t Width;
-    std::string Wrapped;
-  } Cases[] = {
-      {"", 10, ""},
+  const std::tuple<std::string, int32_t, std::string> Cases[] = {
       {"one", 10, "one\n"},
       {"aaa bbb ccc", 7, "aaa \nbbb ccc\n"},  // "bbb" would fit, but its blank travels with it
       {"aaa bbb", 8, "aaa bbb\n"},
@@ -94,30 +83,24 @@ TEST(WordWrap, Table) {
       {"a\n   \nb", 10, "a\n   \nb\n"},                         // a line of blanks alone does come out
       {"x\ty\x01z", 3, "x\t\ny\x01z\n"},                        // tabs and control bytes are blanks
       {"\xC3\xA9t\xC3\xA9 ok", 6, "\xC3\xA9t\xC3\xA9 \nok\n"},  // high bytes are word bytes
-      {"ab cd", 0, "ab \ncd\n"},
-      {"ab cd", -5, "ab \ncd\n"},
+      {"ab cd", -5, "ab \ncd\n"},                               // no width at all: one word a line
   };
-  for (const auto& C : Cases) {
-    EXPECT_EQ(WordWrap(C.Text, C.Width), C.Wrapped) << "text \"" << C.Text << "\" width " << C.Width;
-  }
+  for (const auto& [Text, Width, Wrapped] : Cases)
+    EXPECT_EQ(WordWrap(Text, Width), Wrapped) << "text \"" << Text << "\" width " << Width;
 }
 
 TEST(CenteredColumn, Table) {
-  struct TCase {
-    size_t Length;
-    uint8_t Column;
-  } Cases[] = {{0, 41}, {1, 40}, {5, 38}, {38, 22},  {41, 20},  {54, 14},  {70, 6},   {80, 1},
-               {81, 0}, {82, 0}, {83, 0}, {84, 255}, {85, 255}, {86, 254}, {600, 253}};
-  for (const auto& C : Cases) EXPECT_EQ(CenteredColumn(C.Length), C.Column) << "length " << C.Length;
+  const std::pair<size_t, uint8_t> Cases[] = {{0, 41},  {1, 40},   {5, 38},   {38, 22},  {41, 20},
+                                              {54, 14}, {70, 6},   {80, 1},   {81, 0},   {82, 0},
+                                              {83, 0},  {84, 255}, {85, 255}, {86, 254}, {600, 253}};
+  for (const auto& [Length, Column] : Cases) EXPECT_EQ(CenteredColumn(Length), Column) << "length " << Length;
 }
 
 TEST(ItemCounterText, Table) {
-  struct TCase {
-    int32_t Index, Total;
-    const char* Text;
-  } Cases[] = {{2, 12, "(03/12)"}, {2, 9, "(03/9)"},       {9, 12, "(10/12)"}, {0, 1, "(01/1)"},
-               {8, 9, "(09/9)"},   {99, 150, "(100/150)"}, {9, 10, "(10/10)"}};
-  for (const auto& C : Cases) EXPECT_EQ(ItemCounterText(C.Index, C.Total), C.Text);
+  const std::tuple<int32_t, int32_t, std::string> Cases[] = {
+      {2, 12, "(03/12)"}, {2, 9, "(03/9)"},       {9, 12, "(10/12)"}, {0, 1, "(01/1)"},
+      {8, 9, "(09/9)"},   {99, 150, "(100/150)"}, {9, 10, "(10/10)"}};
+  for (const auto& [Index, Total, Text] : Cases) EXPECT_EQ(ItemCounterText(Index, Total), Text);
 }
 
 TEST(DoorWriteLnWrapped, SixteenLinesCutTo54AtColumn14) {
@@ -126,13 +109,12 @@ TEST(DoorWriteLnWrapped, SixteenLinesCutTo54AtColumn14) {
   TScreenModel Screen;
   ScreenFeed(Screen, "\x1B[7;14f");
   ScreenFeed(Screen, Captured([&] { DoorWriteLnWrapped(Body); }));
-  EXPECT_EQ(ScreenRow(Screen, 7), std::string(13, ' ') + "first line");
-  EXPECT_EQ(ScreenRow(Screen, 8), std::string(13, ' ') + std::string(54, 'L'));
-  EXPECT_EQ(ScreenRow(Screen, 9), std::string(13, ' ') + std::string(54, 'M'));
-  EXPECT_EQ(ScreenRow(Screen, 10), std::string(13, ' ') + std::string(54, 'N'));
-  EXPECT_EQ(ScreenRow(Screen, 11), std::string(13, ' ') + "indented");
-  for (int Y = 12; Y <= 22; ++Y) EXPECT_EQ(ScreenRow(Screen, Y), std::string(13, ' ') + "more") << Y;
-  EXPECT_EQ(ScreenRow(Screen, 23), "");  // lines after the sixteenth are dropped
+  const std::string Pad(13, ' ');
+  std::vector<std::string> Want = {Pad + "first line", Pad + std::string(54, 'L'), Pad + std::string(54, 'M'),
+                                   Pad + std::string(54, 'N'), Pad + "indented"};
+  Want.resize(16, Pad + "more");
+  Want.push_back("");  // lines after the sixteenth are dropped
+  for (size_t I = 0; I < Want.size(); ++I) EXPECT_EQ(ScreenRow(Screen, 7 + int(I)), Want[I]) << 7 + I;
   EXPECT_EQ(Screen.X, 14);
   EXPECT_EQ(Screen.Y, 23);
 }
@@ -149,87 +131,61 @@ TEST(DoorWriteLnCentered2Line, TwoTrimmedCentredLinesAtMost) {
   EXPECT_EQ(Captured([] { DoorWriteLnCentered2Line("", 54); }), "");
 }
 
-struct TShowItemCase {
-  const char* Name;
-  TRSSItem Item;
-  int TitleRows;  // rows the title takes from row 3
-  int DateRow;
-  int BodyRow;
-};
-
-class ShowItemLayout : public ::testing::TestWithParam<TShowItemCase> {};
-
-TEST_P(ShowItemLayout, TitleDateBodyCounterAndCommandLine) {
-  ResetColours();
-  const auto& C = GetParam();
-  Items = {C.Item};
-  ItemCount = 1;
-  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 12); }));
-  SCOPED_TRACE(ScreenDump(Screen));
-  if (!C.Item.PubDate.empty()) {
-    EXPECT_EQ(Trim(ScreenText(Screen, 13, C.DateRow, 56)), C.Item.PubDate);
-    EXPECT_EQ(ScreenAttr(Screen, CenteredColumn(C.Item.PubDate.size()), C.DateRow), 0x7B);
-  }
-  for (int Y = 3; Y < 3 + C.TitleRows; ++Y) EXPECT_NE(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
-  for (int Y = 3 + C.TitleRows; Y < C.BodyRow; ++Y) {
-    if (Y != C.DateRow) {
-      EXPECT_EQ(Trim(ScreenText(Screen, 13, Y, 56)), "") << Y;
+TEST(ShowItem, TitleDateBodyCounterAndCommandLine) {
+  struct TCase {
+    TRSSItem Item;
+    int TitleRows;  // rows the title takes from row 3
+    int DateRow;
+    int BodyRow;
+  } Cases[] = {
+      {{"Short title", "Body starts here.", "", "Mon, 2 Jan 2026"}, 1, 5, 7},
+      {{Words(15, "title"), "Body starts here.", "", "Mon"}, 2, 6, 8},
+      {{Words(40, "title"), "Body here.", "", "Mon"}, 2, 6, 8},  // a third title line is not shown
+      {{"", "Body starts here.", "", "Mon"}, 0, 4, 6},
+      {{"Title", "Body starts here.", "", ""}, 1, 5, 7},
+      {{"Title", "", "", "Tue"}, 1, 5, 7},
+  };
+  for (const auto& C : Cases) {
+    const TScreenModel Screen = ShowOnly(C.Item, 12);
+    SCOPED_TRACE(ScreenDump(Screen));
+    if (!C.Item.PubDate.empty()) {
+      EXPECT_EQ(Trim(ScreenText(Screen, 13, C.DateRow, 56)), C.Item.PubDate);
+      EXPECT_EQ(ScreenAttr(Screen, CenteredColumn(C.Item.PubDate.size()), C.DateRow), 0x7B);
     }
+    for (int Y = 3; Y < C.BodyRow; ++Y) {
+      if (Y == C.DateRow) continue;
+      EXPECT_EQ(Trim(ScreenText(Screen, 13, Y, 56)).empty(), Y >= 3 + C.TitleRows) << Y;
+    }
+    if (!C.Item.Description.empty()) {
+      EXPECT_EQ(ScreenText(Screen, 14, C.BodyRow, 4), C.Item.Description.substr(0, 4));
+      EXPECT_EQ(ScreenAttr(Screen, 14, C.BodyRow), 0x7E);
+    }
+    EXPECT_EQ(ScreenText(Screen, 74, 1, 7), "(01/12)");
+    EXPECT_EQ(ScreenAttr(Screen, 74, 1), 0x1F);
+    EXPECT_EQ(ScreenText(Screen, 22, 25, 38), COMMAND_LINE);
+    EXPECT_EQ(ScreenAttr(Screen, 22, 25), 0x0E);
+    EXPECT_EQ(std::tuple(Screen.Scrolls, Screen.X, Screen.Y), std::tuple(0, 60, 25));
   }
-  if (!C.Item.Description.empty()) {
-    EXPECT_EQ(ScreenText(Screen, 14, C.BodyRow, 4), C.Item.Description.substr(0, 4));
-    EXPECT_EQ(ScreenAttr(Screen, 14, C.BodyRow), 0x7E);
-  }
-  EXPECT_EQ(ScreenText(Screen, 74, 1, 7), "(01/12)");
-  EXPECT_EQ(ScreenAttr(Screen, 74, 1), 0x1F);
-  EXPECT_EQ(ScreenText(Screen, 22, 25, 38), COMMAND_LINE);
-  EXPECT_EQ(ScreenAttr(Screen, 22, 25), 0x0E);
-  EXPECT_EQ(Screen.Scrolls, 0);
-  EXPECT_EQ(Screen.X, 60);
-  EXPECT_EQ(Screen.Y, 25);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ShowItemLayout,
-    ::testing::Values(
-        TShowItemCase{"OneLineTitle", {"Short title", "Body starts here.", "", "Mon, 2 Jan 2026"}, 1, 5, 7},
-        TShowItemCase{"TwoLineTitle", {Words(15, "title"), "Body starts here.", "", "Mon"}, 2, 6, 8},
-        TShowItemCase{"ThreeLineTitleShowsTwo", {Words(40, "title"), "Body here.", "", "Mon"}, 2, 6, 8},
-        TShowItemCase{"EmptyTitle", {"", "Body starts here.", "", "Mon"}, 0, 4, 6},
-        TShowItemCase{"EmptyDate", {"Title", "Body starts here.", "", ""}, 1, 5, 7},
-        TShowItemCase{"EmptyBody", {"Title", "", "", "Tue"}, 1, 5, 7}),
-    [](const auto& AInfo) { return std::string(AInfo.param.Name); });
-
-TEST(ShowItem, LongTitleWordIsNotCutAndStartsAtColumnSix) {
-  ResetColours();
-  Items = {{std::string(70, 'T'), "body", "", "date"}};
-  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 1); }));
-  EXPECT_EQ(ScreenRow(Screen, 3), std::string(5, ' ') + std::string(70, 'T'));
+TEST(ShowItem, LongTitleWordTwoLineTitleAndSixteenBodyLines) {
+  TScreenModel Screen = ShowOnly({std::string(70, 'T'), "body", "", "date"}, 1);
+  EXPECT_EQ(ScreenRow(Screen, 3), std::string(5, ' ') + std::string(70, 'T'));  // not cut, from column 6
   EXPECT_EQ(ScreenText(Screen, 74, 1, 7), "(01/1) ");  // the blanks wipe a wider count
-}
-
-TEST(ShowItem, TwoLineTitleAndSixteenBodyLinesReachRow23) {
-  ResetColours();
-  Items = {{Words(15, "title"), Words(16, "line\n"), "", "date"}};
-  const TScreenModel Screen = Shown(Captured([] { ShowItem(0, 1); }));
+  Screen = ShowOnly({Words(15, "title"), Words(16, "line\n"), "", "date"}, 1);
   EXPECT_EQ(ScreenRow(Screen, 8), std::string(13, ' ') + "line");
   EXPECT_EQ(ScreenRow(Screen, 23), std::string(13, ' ') + "line");
   EXPECT_EQ(Screen.Scrolls, 0);
 }
 
 TEST(ShowItem, PipeCodesInFeedTextReachTheDoorAsColours) {
-  ResetColours();
-  Items = {{"|0CRed", "body", "", "date"}};
-  const std::string Bytes = Captured([] { ShowItem(0, 1); });
-  EXPECT_EQ(Bytes.find("|0C"), std::string::npos);
-  const TScreenModel Screen = Shown(Bytes);
+  const TScreenModel Screen = ShowOnly({"|0CRed", "body", "", "date"}, 1);
   // Centred on its six bytes, code included: column 38.
   EXPECT_EQ(ScreenText(Screen, 38, 3, 3), "Red");
   EXPECT_EQ(ScreenAttr(Screen, 38, 3) & 0x0F, 0x0C);
 }
 
 TEST(About, RowsOfTheViewAndTheKeyItDrops) {
-  ResetColours();
   ASSERT_EQ(send(CallerFd(), "q", 1, 0), 1);
   const TScreenModel Screen = Shown(Captured([] { About(); }));
   SCOPED_TRACE(ScreenDump(Screen));
@@ -246,11 +202,4 @@ TEST(About, RowsOfTheViewAndTheKeyItDrops) {
   EXPECT_EQ(ScreenAttr(Screen, 20, 19), 0x7E);
   EXPECT_EQ(ScreenAttr(Screen, 31, 3), 0x7F);
   EXPECT_EQ(DoorLastKey.Ch, 'q');
-}
-
-TEST(About, TextsWrapToSevenAndFourLines) {
-  EXPECT_EQ(WordWrapLines(ABOUT_TEXT_1, WrapCol).size(), 7u);
-  EXPECT_EQ(WordWrapLines(ABOUT_TEXT_2, WrapCol).size(), 4u);
-  EXPECT_TRUE(
-      ABOUT_TEXT_2.ends_with(" Get the latest version from https://github.com/tamblin/reader!"));
 }
