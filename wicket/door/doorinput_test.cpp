@@ -5,28 +5,21 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cmath>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "comm/comm.h"
 #include "doorlink_testutil.h"
-#include "dooroutput.h"
-#include "doorstate.h"
 
 namespace {
 
 constexpr double kMsInDays = 1.0 / 86400000.0;
+const TDoorRunOptions kOnLink{.OnLink = true};
 
 void Sleep(int AMs) { std::this_thread::sleep_for(std::chrono::milliseconds(AMs)); }
-
-// --- Decoding -----------------------------------------------------------------------------
 
 struct TKey {
   uint8_t Ch;
@@ -39,10 +32,9 @@ struct TKey {
 std::vector<TKey> DecodeAll(const std::string& ABytes) {
   std::vector<TKey> Keys;
   TDoorEscapeState State = esNone;
-  size_t I = 0;
-  while (I < ABytes.size()) {
+  for (size_t I = 0; I < ABytes.size();) {
     const TDoorKeyStep Step = DoorKeyDecodeByte(State, static_cast<uint8_t>(ABytes[I]));
-    if (Step.Consumed) ++I;
+    I += Step.Consumed;
     if (Step.HasKey) Keys.push_back({Step.Ch, Step.Extended});
   }
   const TDoorKeyStep Last = DoorKeyDecodeTimeout(State);
@@ -57,16 +49,9 @@ TEST(DoorKeyDecode, TurnsCursorSequencesIntoPcKeysAndLeavesTheRestAsBytes) {
     std::string Bytes;
     std::vector<TKey> Keys;
   } Cases[] = {
-      {"\x1B[A", {{0x48, true}}},
-      {"\x1B[B", {{0x50, true}}},
-      {"\x1B[C", {{0x4D, true}}},
-      {"\x1B[D", {{0x4B, true}}},
+      {"\x1B[A\x1B[B\x1B[C\x1B[D", {{0x48, true}, {0x50, true}, {0x4D, true}, {0x4B, true}}},
       {"H", {{'H', false}}},  // same code as the up arrow, told apart only by Extended
-      {"\x1B", {Esc}},
-      {"\x1Bx", {Esc, {'x', false}}},
       {"\x1BOA", {Esc, {'O', false}, {'A', false}}},
-      {"\x1B[", {}},
-      {"\x1B[2~", {{'~', false}}},
       {"\x1B[a", {}},  // finals are case-sensitive
       {"\x1B\x1B[A", {Esc, {0x48, true}}},
       {"\x1B[\x1B[C", {{'[', false}, {'C', false}}},
@@ -77,31 +62,25 @@ TEST(DoorKeyDecode, TurnsCursorSequencesIntoPcKeysAndLeavesTheRestAsBytes) {
 
 TEST(DoorSecondsBetween, CountsWholeSecondsEitherWayAndSaturates) {
   const double Base = 45000.5;
-  const struct {
-    double DeltaMs;
-    int32_t Seconds;
-  } Cases[] = {{0, 0}, {999, 0}, {1000, 1}, {-1000, 1}, {1999, 1}, {61000, 61}, {-3600000, 3600}};
-  for (const auto& Case : Cases)
-    EXPECT_EQ(DoorSecondsBetween(Base + Case.DeltaMs * kMsInDays, Base), Case.Seconds) << Case.DeltaMs;
+  for (const auto& [DeltaMs, Seconds] :
+       {std::pair{999, 0}, {1000, 1}, {-1000, 1}, {1999, 1}, {-3600000, 3600}})
+    EXPECT_EQ(DoorSecondsBetween(Base + DeltaMs * kMsInDays, Base), Seconds) << DeltaMs;
   EXPECT_EQ(DoorSecondsBetween(Base, 0), INT32_MAX);  // a time never stamped is long ago
 }
 
-// --- Keys over a real link ----------------------------------------------------------------
-
-// One DoorReadKey per expected key, each timed in the door child.
+// One DoorReadKey per expected key, each timed in the door child: the earliest and latest
+// acceptable return, from the start of the read.
 struct TTimedKey {
   uint8_t Ch;
   bool Extended;
-  double MinMs;  // earliest and latest acceptable return, from the start of the read
-  double MaxMs;
+  double MinMs, MaxMs;
 };
 
 void ExpectKeys(const std::vector<TTimedKey>& AKeys) {
   for (const TTimedKey& Want : AKeys) {
     const double Start = MonotonicMs();
-    const uint8_t Got = DoorReadKey();
+    EXPECT_EQ(DoorReadKey(), Want.Ch);
     const double Took = MonotonicMs() - Start;
-    EXPECT_EQ(Got, Want.Ch);
     EXPECT_EQ(DoorLastKey.Ch, Want.Ch);
     EXPECT_EQ(DoorLastKey.Extended, Want.Extended) << "key " << int(Want.Ch);
     EXPECT_EQ(DoorLastKey.Location, lkUser);
@@ -110,23 +89,18 @@ void ExpectKeys(const std::vector<TTimedKey>& AKeys) {
   }
 }
 
-// Sends pieces with pauses between them, as a caller's terminal would.
-struct TPiece {
-  int DelayMs;
-  std::string Bytes;
-};
-
-void PlayCaller(int AFd, const std::vector<TPiece>& APieces) {
-  for (const TPiece& Piece : APieces) {
-    Sleep(Piece.DelayMs);
-    SendToDoor(AFd, Piece.Bytes);
+// Sends pieces with pauses before them, as a caller's terminal would.
+void PlayCaller(int AFd, const std::vector<std::pair<int, std::string>>& APieces) {
+  for (const auto& [DelayMs, Bytes] : APieces) {
+    Sleep(DelayMs);
+    Send(AFd, Bytes);
   }
 }
 
 TEST(DoorReadKey, EscapeSequencesWithRealTiming) {
   const struct {
     const char* Name;
-    std::vector<TPiece> Caller;
+    std::vector<std::pair<int, std::string>> Caller;
     std::vector<TTimedKey> Keys;
   } Cases[] = {
       // Everything at once: no escape wait at all.
@@ -144,9 +118,9 @@ TEST(DoorReadKey, EscapeSequencesWithRealTiming) {
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
-    TDoorChild Child = StartDoorOnLink([&] { ExpectKeys(Case.Keys); }, SOCK_STREAM);
-    PlayCaller(Child.CallerFd, Case.Caller);
-    EXPECT_EQ(FinishDoor(Child), 0);
+    TDoorRun Door([&](int) { ExpectKeys(Case.Keys); }, kOnLink);
+    PlayCaller(Door.Caller, Case.Caller);
+    EXPECT_EQ(FinishDoor(Door), 0);
   }
 }
 
@@ -163,51 +137,55 @@ double CpuMsSoFar() {
 TEST(DoorReadKey, StdioModeReadsTheLocalKeyboard) {
   for (const bool Events : {false, true}) {
     SCOPED_TRACE(Events ? "watch on" : "watch off");
-    TDoorChild Child = StartDoorOnStdout(
-        [=] {
-          DoorSession.Events = Events;
-          DoorSession.TimeOn = DoorLastKey.Time = DoorNow();
-          const double CpuBefore = CpuMsSoFar(), Start = MonotonicMs();
-          ExpectKeys({{'x', false, 0, 2000}, {0x48, true, 0, 2000}, {0x1B, false, 0, 2000}});
-          // About a second of waiting, of which a spinning wait would have burnt most.
-          EXPECT_LT(CpuMsSoFar() - CpuBefore, 0.3 * (MonotonicMs() - Start));
-        },
-        true);
-    PlayCaller(Child.InputFd, {{300, "x"}, {300, "\x1B[A"}, {300, "\x1B"}});
-    EXPECT_EQ(FinishDoor(Child), 0);
+    TDoorRun Door([=](int) {
+      DoorSession.Events = Events;
+      DoorSession.TimeOn = DoorLastKey.Time = DoorNow();
+      const double CpuBefore = CpuMsSoFar(), Start = MonotonicMs();
+      ExpectKeys({{'x', false, 0, 2000}, {0x48, true, 0, 2000}, {0x1B, false, 0, 2000}});
+      // About a second of waiting, of which a spinning wait would have burnt most.
+      EXPECT_LT(CpuMsSoFar() - CpuBefore, 0.3 * (MonotonicMs() - Start));
+    });
+    PlayCaller(Door.Input, {{300, "x"}, {300, "\x1B[A"}, {300, "\x1B"}});
+    EXPECT_EQ(FinishDoor(Door), 0);
   }
 }
 
 // --- The watch: carrier, idle limit, time limit ---------------------------------------------
 
-// What the hooks saw, in order, in the door child.
-struct THookCall {
-  char Hook;  // 'H'angup, 'O' time out, 'o' its warning, 'U' time up, 'u' its warning
-  int Minutes;
-  int32_t AtSecond;  // seconds since the run began, when the hook was called
-  bool operator==(const THookCall&) const = default;
-};
-std::vector<THookCall> GCalls;
+// What the hooks saw, in order, in the door child: "H" hang-up, "O" idle stop, "o" its warning,
+// "U" time-up, "u" its warning; then the minutes a warning passed, "@" and the seconds since the
+// run began.
+std::string GLog;
 double GStart = 0;  // door date-time at which the test's run began
 
 int32_t SinceStart() { return DoorSecondsBetween(DoorNow(), GStart); }
-void RecordHangup() { GCalls.push_back({'H', -1, SinceStart()}); }
-void RecordTimeOut() { GCalls.push_back({'O', -1, SinceStart()}); }
-void RecordTimeUp() { GCalls.push_back({'U', -1, SinceStart()}); }
-void RecordIdleWarning(uint8_t AMinutes) { GCalls.push_back({'o', AMinutes, SinceStart()}); }
-void RecordTimeWarning(uint8_t AMinutes) { GCalls.push_back({'u', AMinutes, SinceStart()}); }
-
-void RecordEveryHook() {
-  GCalls.clear();
-  DoorOnHangup = RecordHangup;
-  DoorOnTimeOut = RecordTimeOut;
-  DoorOnTimeUp = RecordTimeUp;
-  DoorOnTimeOutWarning = RecordIdleWarning;
-  DoorOnTimeUpWarning = RecordTimeWarning;
+template <char AHook>
+void Record() {
+  GLog += std::string(1, AHook) + "@" + std::to_string(SinceStart()) + " ";
+}
+template <char AHook>
+void RecordWarning(uint8_t AMinutes) {
+  GLog += std::string(1, AHook) + std::to_string(AMinutes) + "@" + std::to_string(SinceStart()) + " ";
+}
+// The entries of ALog made by the hooks named in AHooks.
+std::string Only(const std::string& ALog, const std::string& AHooks) {
+  std::string Kept;
+  for (size_t At = 0, End; At < ALog.size(); At = End + 1) {
+    End = ALog.find(' ', At);
+    if (AHooks.find(ALog[At]) != std::string::npos) Kept += ALog.substr(At, End - At + 1);
+  }
+  return Kept;
 }
 
-// A session begun now on the link, with the watch on as DoorStartup leaves it.
+// Hooks that record, and a session begun now on the link with the watch on as DoorStartup
+// leaves it.
 void BeginSession() {
+  GLog.clear();
+  DoorOnHangup = Record<'H'>;
+  DoorOnTimeOut = Record<'O'>;
+  DoorOnTimeUp = Record<'U'>;
+  DoorOnTimeOutWarning = RecordWarning<'o'>;
+  DoorOnTimeUpWarning = RecordWarning<'u'>;
   GStart = DoorNow();
   DoorLastKey.Time = DoorSession.TimeOn = GStart;
   DoorSession.Events = true;
@@ -226,45 +204,32 @@ void SweepFakeClock(double AStepMs, int ASteps) {
 }
 
 TEST(DoorDoEvents, WarningsFallOnTheirSecondsAndStopsFollow) {
-  TDoorChild Child =
-      StartDoorOnLink(
-          [] {
-            DoorClock = FakeClock;
-            GFakeNow = 45000.25;
-            RecordEveryHook();
-            BeginSession();
-            DoorDropInfo.MaxSeconds = 400;
-            DoorSession.MaxIdle = 300;
-            SweepFakeClock(1000, 401);
-            const std::vector<THookCall> Want =
-                {
-                    // Idle time left R = 241, 181, 121, 61, 1 seconds; time left L = 301 ... 1.
-                    {'o', 4, 59},  {'u', 5, 99},   {'o', 3, 119},  {'u', 4, 159},
-                    {'o', 2, 179}, {'u', 3, 219},  {'o', 1, 239},  {'u', 2, 279},
-                    {'o', 0, 299}, {'O', -1, 301}, {'O', -1, 302},  // hooks that return leave the run going,
-                                                                    // and the stop is repeated
-                };
-            ASSERT_GE(GCalls.size(), Want.size());
-            EXPECT_EQ(std::vector<THookCall>(GCalls.begin(), GCalls.begin() + Want.size()), Want);
-            // Every later pass repeats the idle stop; the time warnings go on, then the time-up.
-            std::vector<THookCall> TimeCalls;
-            for (const THookCall& Call : GCalls)
-              if (Call.Hook == 'u' || Call.Hook == 'U') TimeCalls.push_back(Call);
-            const std::vector<THookCall> WantTime = {{'u', 5, 99},   {'u', 4, 159}, {'u', 3, 219},
-                                                     {'u', 2, 279},  {'u', 1, 339}, {'u', 0, 399},
-                                                     {'U', -1, 400}, {'U', -1, 401}};
-            EXPECT_EQ(TimeCalls, WantTime);
-          },
-          SOCK_STREAM);
-  EXPECT_EQ(FinishDoor(Child), 0);
+  TDoorRun Door(
+      [](int) {
+        DoorClock = FakeClock;
+        GFakeNow = 45000.25;
+        BeginSession();
+        DoorDropInfo.MaxSeconds = 400;
+        DoorSession.MaxIdle = 300;
+        SweepFakeClock(1000, 401);
+        // Idle time left R = 241, 181, 121, 61, 1 seconds; time left L = 301 ... 1. Hooks that
+        // return leave the run going, and the stop is repeated.
+        const std::string Want =
+            "o4@59 u5@99 o3@119 u4@159 o2@179 u3@219 o1@239 u2@279 o0@299 O@301 O@302 O@303 ";
+        EXPECT_EQ(GLog.substr(0, Want.size()), Want);
+        // Every later pass repeats the idle stop; the time warnings go on, then the time-up.
+        EXPECT_EQ(Only(GLog, "uU"), "u5@99 u4@159 u3@219 u2@279 u1@339 u0@399 U@400 U@401 ");
+        EXPECT_EQ(Only(GLog, "O").size(), 101 * 6u);  // "O@301 " to "O@401 "
+      },
+      kOnLink);
+  EXPECT_EQ(FinishDoor(Door), 0);
 }
 
 TEST(DoorDoEvents, ChecksRunInOrderAtMostOnceASecondAndOnlyWithEvents) {
-  TDoorChild Child = StartDoorOnLink(
-      [] {
+  TDoorRun Door(
+      [](int) {
         DoorClock = FakeClock;
         GFakeNow = 45000.25;
-        RecordEveryHook();
         BeginSession();
         DoorSession.Events = false;
         DoorDropInfo.MaxSeconds = 0;
@@ -275,30 +240,24 @@ TEST(DoorDoEvents, ChecksRunInOrderAtMostOnceASecondAndOnlyWithEvents) {
           Sleep(1);
         }
         SweepFakeClock(5000, 3);
-        EXPECT_TRUE(GCalls.empty()) << "no watch without Events";
+        EXPECT_EQ(GLog, "") << "no watch without Events";
 
         DoorSession.Events = true;
         DoorSession.EventsTime = 0;
-        GFakeNow += 3000 * kMsInDays;  // 18 s idle and past the time limit
-        DoorKeyPressed();
-        const std::vector<THookCall> Want = {{'H', -1, 18}, {'O', -1, 18}, {'U', -1, 18}};
-        EXPECT_EQ(GCalls, Want);
-        SweepFakeClock(999, 1);
-        EXPECT_EQ(GCalls.size(), 3u) << "a second check within the same second";
+        SweepFakeClock(3000, 1);  // 18 s idle and past the time limit
+        SweepFakeClock(999, 1);   // a second check within the same second does nothing
         SweepFakeClock(1, 1);
-        EXPECT_EQ(GCalls.size(), 6u);
+        EXPECT_EQ(GLog, "H@18 O@18 U@18 H@19 O@19 U@19 ");
 
         // No idle limit without DoIdleCheck; the time limit stays.
-        GCalls.clear();
+        GLog.clear();
         DoorSession.DoIdleCheck = false;
         SweepFakeClock(1000, 1);
-        const std::vector<THookCall> WantNoIdle = {{'H', -1, 20}, {'U', -1, 20}};
-        EXPECT_EQ(GCalls, WantNoIdle);
+        EXPECT_EQ(GLog, "H@20 U@20 ");
       },
-      SOCK_STREAM);
-  close(Child.CallerFd);
-  Child.CallerFd = -1;
-  EXPECT_EQ(FinishDoor(Child), 0);
+      kOnLink);
+  CloseEnd(Door.Caller);
+  EXPECT_EQ(FinishDoor(Door), 0);
 }
 
 // The key wait's own schedule over a long session, on a clock that reads whole milliseconds
@@ -309,25 +268,22 @@ double GHiddenNow = 0;
 double WholeMsClock() { return std::floor(GHiddenNow / kMsInDays) * kMsInDays; }
 
 TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
-  TDoorChild Child = StartDoorOnLink(
-      [] {
+  TDoorRun Door(
+      [](int) {
         DoorClock = WholeMsClock;
         std::mt19937 Random(7);
         std::uniform_real_distribution<double> Phase(0, 1000), Lateness(0, 0.3);
         for (int Round = 0; Round < 4; ++Round) {
           GHiddenNow = 45000.25 + Phase(Random) * kMsInDays;
-          RecordEveryHook();
           BeginSession();
           DoorLastKey.Time = WholeMsClock() - std::floor(Phase(Random)) * kMsInDays;
-          DoorDropInfo.MaxSeconds = 1000000;
-          DoorSession.MaxIdle = 1000000;
+          DoorDropInfo.MaxSeconds = DoorSession.MaxIdle = 1000000;
           DoorKeyPressed();
           int32_t LastLeft = DoorSecondsLeft(), LastIdle = DoorSecondsIdle();
           int Passes = 0, Skips = 0, Wakes = 0;
           while (Passes < 3000) {
             const int32_t Wait = DoorMillisecondsToNextCheck();
-            ASSERT_GE(Wait, 1);
-            ASSERT_LE(Wait, 1000);
+            ASSERT_TRUE(Wait >= 1 && Wait <= 1000) << Wait;
             GHiddenNow += (Wait + Lateness(Random)) * kMsInDays;
             const double Before = DoorSession.EventsTime;
             ++Wakes;
@@ -335,8 +291,8 @@ TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
             if (DoorSession.EventsTime == Before) continue;
             ++Passes;
             // On the millisecond the check fell due, or the next one when the wake-up was late.
-            const double Period = (DoorSession.EventsTime - Before) / kMsInDays;
-            ASSERT_TRUE(std::round(Period) == 1000 || std::round(Period) == 1001) << Period;
+            const double Period = std::round((DoorSession.EventsTime - Before) / kMsInDays);
+            ASSERT_TRUE(Period == 1000 || Period == 1001) << Period;
             const int32_t Left = DoorSecondsLeft(), Idle = DoorSecondsIdle();
             ASSERT_TRUE(Left == LastLeft - 1 || Left == LastLeft - 2) << "pass " << Passes;
             ASSERT_TRUE(Idle == LastIdle + 1 || Idle == LastIdle + 2) << "pass " << Passes;
@@ -348,117 +304,67 @@ TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
           EXPECT_LE(Wakes, Passes + 30) << "a wake-up without a pass is a wasted one";
         }
       },
-      SOCK_STREAM);
-  EXPECT_EQ(FinishDoor(Child, 30000), 0);
+      kOnLink);
+  EXPECT_EQ(FinishDoor(Door, 30000), 0);
 }
 
-// The real clock, real waits: the default limits of a link session end the wait in
-// DoorReadKey, after their warning, while the door sleeps instead of spinning.
-int GStopCode = 0;
-void StopAfterRecording() {
-  // The wait before the stop used little processor time: a key wait that spins would have
-  // burnt most of the seconds it waited.
+// The real clock and real waits: a stop ends the wait in DoorReadKey on its second, after its
+// warning, while the door sleeps instead of spinning. The stop hook ("S") checks and ends the
+// child with code 42.
+std::string GWantLog;
+void CheckedStop() {
+  Record<'S'>();
+  if (!GWantLog.empty()) {
+    EXPECT_EQ(GLog, GWantLog);
+  }
+  // A key wait that spins would have burnt most of the seconds it waited.
   EXPECT_LT(CpuMsSoFar(), 1000.0);
-  std::fflush(stdout);
-  _exit(::testing::Test::HasFailure() ? 1 : GStopCode);
-}
-void TimeOutStop() {
-  RecordTimeOut();
-  EXPECT_EQ(GCalls, (std::vector<THookCall>{{'o', 0, 1}, {'O', -1, 3}}));
-  GStopCode = 43;
-  StopAfterRecording();
-}
-void TimeUpStop() {
-  RecordTimeUp();
-  EXPECT_EQ(GCalls, (std::vector<THookCall>{{'u', 0, 1}, {'U', -1, 2}}));
-  GStopCode = 44;
-  StopAfterRecording();
-}
-void HangupStop() {
-  RecordHangup();
-  GStopCode = 42;
-  StopAfterRecording();
+  _exit(::testing::Test::HasFailure() ? 1 : 42);
 }
 
-TEST(DoorReadKey, LimitsEndTheWaitOnTheirSecond) {
+TEST(DoorReadKey, LimitsAndCarrierLossEndTheWait) {
+  constexpr int kNever = -1, kCloseUnderLink = -2;
   const struct {
     const char* Name;
-    void (*Setup)();
-    int ExitCode;
+    int32_t MaxIdle, MaxSeconds;
+    char StopOn;        // the hook that stops: 'O' idle, 'U' time, 'H' hang-up (emptied otherwise)
+    int HangUpAfterMs;  // the caller closes its end after this long
+    std::string Log;    // empty: not checked
   } Cases[] = {
-      {"idle limit",
-       [] {
-         DoorSession.MaxIdle = 2;
-         DoorOnTimeOut = TimeOutStop;
-       },
-       43},
-      {"time limit",
-       [] {
-         DoorDropInfo.MaxSeconds = 2;
-         DoorSession.DoIdleCheck = false;
-         DoorOnTimeUp = TimeUpStop;
-       },
-       44},
+      {"idle limit", 2, 3600, 'O', kNever, "o0@1 S@3 "},
+      {"time limit", 300, 2, 'U', kNever, "u0@1 S@2 "},
+      {"carrier loss mid-wait", 300, 3600, 'H', 1300, ""},
+      {"carrier loss, no hang-up hook: the wait goes on quietly", 2, 3600, 'O', 0, "o0@1 S@3 "},
+      {"a descriptor that can't even be polled must not spin", 2, 3600, 'O', kCloseUnderLink, "o0@1 S@3 "},
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
-    TDoorChild Child = StartDoorOnLink(
-        [&] {
-          RecordEveryHook();
+    TDoorRun Door(
+        [&](int) {
           BeginSession();
-          Case.Setup();
+          GWantLog = Case.Log;
+          DoorSession.MaxIdle = Case.MaxIdle;
+          DoorDropInfo.MaxSeconds = Case.MaxSeconds;
+          if (Case.StopOn != 'H') DoorOnHangup = nullptr;
+          (Case.StopOn == 'H'   ? DoorOnHangup
+           : Case.StopOn == 'U' ? DoorOnTimeUp
+                                : DoorOnTimeOut) = CheckedStop;
+          if (Case.HangUpAfterMs == kCloseUnderLink) close(CommHandle());
           DoorReadKey();
           ADD_FAILURE() << "DoorReadKey returned";
         },
-        SOCK_STREAM);
-    EXPECT_EQ(FinishDoor(Child), Case.ExitCode);
+        kOnLink);
+    if (Case.HangUpAfterMs >= 0) {
+      Sleep(Case.HangUpAfterMs);
+      CloseEnd(Door.Caller);
+    }
+    const double Closed = MonotonicMs();
+    EXPECT_EQ(FinishDoor(Door), 42);
+    // The next once-a-second pass finds the carrier gone.
+    if (Case.HangUpAfterMs > 0) {
+      EXPECT_LT(MonotonicMs() - Closed, 1500);
+    }
   }
-}
-
-// The caller hangs up mid-wait: the next pass calls the hang-up hook; with that hook emptied
-// the wait goes on, quietly, until the idle limit ends it.
-TEST(DoorReadKey, CarrierLossEndsTheWait) {
-  TDoorChild Child = StartDoorOnLink(
-      [] {
-        RecordEveryHook();
-        BeginSession();
-        DoorOnHangup = HangupStop;
-        DoorReadKey();
-      },
-      SOCK_STREAM);
-  Sleep(1300);
-  const double Closed = MonotonicMs();
-  close(Child.CallerFd);
-  Child.CallerFd = -1;
-  EXPECT_EQ(FinishDoor(Child), 42);
-  EXPECT_LT(MonotonicMs() - Closed, 1500);
-
-  Child = StartDoorOnLink(
-      [] {
-        RecordEveryHook();
-        BeginSession();
-        DoorSession.MaxIdle = 2;
-        DoorOnHangup = nullptr;
-        DoorOnTimeOut = HangupStop;
-        DoorReadKey();
-      },
-      SOCK_STREAM);
-  close(Child.CallerFd);
-  Child.CallerFd = -1;
-  EXPECT_EQ(FinishDoor(Child), 42);
-
-  // A descriptor that can't even be polled (closed under the link) must not make it spin either.
-  Child = StartDoorOnLink(
-      [] {
-        close(CommHandle());
-        RecordEveryHook();
-        BeginSession();
-        DoorSession.MaxIdle = 2;
-        DoorOnTimeOut = HangupStop;
-        DoorReadKey();
-      },
-      SOCK_STREAM);
-  EXPECT_EQ(FinishDoor(Child), 42);
 }
 
 }  // namespace

@@ -1,23 +1,18 @@
 // The line editor and the light bar as the caller sees them: keys typed on a socketpair, every
 // send of the door read back as one packet (SOCK_SEQPACKET), and the result reported by the
-// door child as a last packet. Each door runs in a fresh forked child.
+// door child. Each door runs in a fresh forked child.
 #include "doorinputline.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
-#include "comm/comm.h"
 #include "crt2/crt2.h"
 #include "doorlink_testutil.h"
-#include "doorstate.h"
 
 namespace {
-
-const std::string kResultMark = "RESULT:";
 
 // Names for the sequences these dialogues send, so that expectations read as steps.
 // Attributes are those reached from the attribute 7 of a fresh process.
@@ -47,42 +42,23 @@ struct TDialogue {
 
 // Runs ADoorSide in a door child with AKeys already typed, and collects its sends.
 TDialogue RunDialogue(const std::function<std::string()>& ADoorSide, const std::string& AKeys) {
-  TDoorChild Child = StartDoorOnLink([&] { CommWrite(kResultMark + ADoorSide()); }, SOCK_SEQPACKET);
-  SendToDoor(Child.CallerFd, AKeys);
-  TDialogue Dialogue;
-  for (;;) {
-    const std::string Packet = ReadPacket(Child.CallerFd);
-    if (Packet.empty()) break;
-    if (Packet.rfind(kResultMark, 0) == 0) {
-      Dialogue.Result = Packet.substr(kResultMark.size());
-      break;
-    }
-    Dialogue.Steps += (Dialogue.Steps.empty() ? "" : " ") + Name(Packet);
-  }
-  EXPECT_EQ(FinishDoor(Child), 0);
-  return Dialogue;
+  TDoorRun Door([&](int) { DoorReport(ADoorSide()); }, {.OnLink = true, .SocketType = SOCK_SEQPACKET});
+  Send(Door.Caller, AKeys);
+  std::string Steps;
+  for (std::string Packet; !(Packet = ReadPacket(Door.Caller)).empty();)
+    Steps += (Steps.empty() ? "" : " ") + Name(Packet);
+  EXPECT_EQ(FinishDoor(Door), 0);
+  return {Steps, Door.Report};
 }
 
-struct TInputCase {
-  const char* What;
-  std::string Default;
-  std::string Allowed;
-  uint8_t Password;
-  uint8_t Visible;
-  uint8_t Max;
-  std::string Keys;
-  std::string Steps;
-  std::string Result;
-};
-
 TEST(DoorInput, KeysGiveTheseBytesAndThisText) {
-  const std::string Alpha = DOOR_INPUT_CHARS_ALPHA;
   const std::string All = DOOR_INPUT_CHARS_ALL;
-  const TInputCase Cases[] = {
-      {"Enter on an untouched field", "SYSOP", All, 0, 10, 10, "\r", "field 'SYSOP' '     ' left5 7 crlf",
-       "SYSOP"},
-      {"typing echoes one character each", "", All, 0, 5, 10, "abc\r",
-       "field '     ' left5 'a' 'b' 'c' 7 crlf", "abc"},
+  const struct {
+    const char* What;
+    std::string Default, Allowed;
+    uint8_t Password, Visible, Max;
+    std::string Keys, Steps, Result;
+  } Cases[] = {
       {"the sixth character scrolls, backspace repaints, then erases", "", All, 0, 5, 10, "abcdef\b\b\r",
        "field '     ' left5 'a' 'b' 'c' 'd' 'e' left5 'bcdef' left5 'abcde' erase 7 crlf", "abcd"},
       {"a full field takes no more", "", All, 0, 3, 3, "abcd\r", "field '   ' left3 'a' 'b' 'c' 7 crlf",
@@ -100,19 +76,18 @@ TEST(DoorInput, KeysGiveTheseBytesAndThisText) {
        "a\b\x19"
        "1\r",
        "field '    ' left4 '1' 7 crlf", "1"},
-      {"an arrow key types its code's letter", "", Alpha, 0, 4, 4, "\x1b[A\x1b[B\r",
+      {"an arrow key types its code's letter", "", DOOR_INPUT_CHARS_ALPHA, 0, 4, 4, "\x1b[A\x1b[B\r",
        "field '    ' left4 'H' 'P' 7 crlf", "HP"},
       {"a zero-width field shows nothing but takes the text", "", All, 0, 0, 3, "ab\r", "field 7 crlf", "ab"},
   };
-  for (const TInputCase& Case : Cases) {
+  for (const auto& Case : Cases) {
     const TDialogue Got = RunDialogue(
         [&] {
           const uint8_t Before = GetTextAttr();
           std::string Text =
               DoorInput(Case.Default, Case.Allowed, Case.Password, Case.Visible, Case.Max, 0x1F);
           // The attribute is put back exactly; report a difference through the result.
-          if (GetTextAttr() != Before) Text += "<attribute not restored>";
-          return Text;
+          return GetTextAttr() == Before ? Text : Text + "<attribute not restored>";
         },
         Case.Keys);
     EXPECT_EQ(Got.Steps, Case.Steps) << Case.What;
@@ -120,53 +95,36 @@ TEST(DoorInput, KeysGiveTheseBytesAndThisText) {
   }
 }
 
-struct TLiteBarCase {
-  const char* What;
-  std::vector<std::string> Rows;
-  int32_t PageSize;
-  int32_t StartIndex;
-  std::string Keys;
-  std::string Steps;
-  std::string Result;  // "true"/"false" and the index afterwards
-};
-
 TEST(DoorLiteBar, KeysMoveTheHighlightRedrawingTwoRows) {
-  const std::vector<std::string> Five = {"A", "B", "C", "D", "E"};
-  const std::string Draw3 = "plain save blue 'A' plain restore down1 'B' plain restore down2 'C' plain";
-  const TLiteBarCase Cases[] = {
-      {"Enter at once", Five, 3, 0, "\r", Draw3 + " restore", "true 0"},
+  const std::vector<std::string> Five = {"A", "B", "C", "D", "E"}, Two = {"A", "B"};
+  const std::string Draw3 =
+      "plain save blue 'A' plain restore down1 'B' plain restore down2 'C' plain restore";
+  const struct {
+    const char* What;
+    std::vector<std::string> Rows;
+    int32_t PageSize, StartIndex;
+    std::string Keys, Steps;
+    std::string Result;  // "true"/"false" and the index afterwards
+  } Cases[] = {
+      {"keys outside the table do nothing; Enter", Five, 3, 0, "579 x\r", Draw3, "true 0"},
       {"down twice, then stopped by the page size", Five, 3, 0, "22\x1b[B\r",
-       Draw3 + " restore 'A' plain restore down1 blue 'B' plain"
-               " restore down1 'B' plain restore down2 blue 'C' plain restore",
+       Draw3 + " 'A' plain restore down1 blue 'B' plain restore down1 'B' plain restore down2 blue 'C' plain "
+               "restore",
        "true 2"},
       {"up from the first row draws nothing", Five, 5, 0, "8hk4\r",
-       "plain save blue 'A' plain restore down1 'B' plain restore down2 'C' plain restore down3 'D' plain"
-       " restore down4 'E' plain restore",
-       "true 0"},
+       Draw3 + " down3 'D' plain restore down4 'E' plain restore", "true 0"},
       {"the kept index comes back highlighted; up arrow and lower-case k move up", Five, 3, 2, "\x1b[Ak\r",
-       "plain save 'A' plain restore down1 'B' plain restore down2 blue 'C' plain"
-       " restore down2 'C' plain restore down1 blue 'B' plain"
-       " restore down1 'B' plain restore blue 'A' plain restore",
+       "plain save 'A' plain restore down1 'B' plain restore down2 blue 'C' plain restore down2 'C' plain"
+       " restore down1 blue 'B' plain restore down1 'B' plain restore blue 'A' plain restore",
        "true 0"},
-      {"right arrow and 6, m and p move down; the last row stops them",
-       {"A", "B"},
-       9,
-       0,
-       "\x1b[C6mp\r",
-       "plain save blue 'A' plain restore down1 'B' plain restore 'A' plain restore down1 blue 'B' plain"
-       " restore",
+      {"right arrow and 6, m and p move down; the last row stops them", Two, 9, 0, "\x1b[C6mp\r",
+       "plain save blue 'A' plain restore down1 'B' plain restore 'A' plain restore down1 blue 'B' plain "
+       "restore",
        "true 1"},
       {"Q leaves with false, and the index stays", Five, 3, 1, "2q",
-       "plain save 'A' plain restore down1 blue 'B' plain restore down2 'C' plain"
-       " restore down1 'B' plain restore down2 blue 'C' plain restore",
+       "plain save 'A' plain restore down1 blue 'B' plain restore down2 'C' plain restore down1 'B' plain"
+       " restore down2 blue 'C' plain restore",
        "false 2"},
-      {"keys outside the table do nothing",
-       {"A", "B"},
-       2,
-       0,
-       "579 x\r",
-       "plain save blue 'A' plain restore down1 'B' plain restore",
-       "true 0"},
       {"an empty list draws nothing; Q gives false", {}, 5, 0, "2q", "plain save restore", "false 0"},
       {"rows may carry pipe codes, which override the highlight",
        {"|0Ax"},
@@ -176,7 +134,7 @@ TEST(DoorLiteBar, KeysMoveTheHighlightRedrawingTwoRows) {
        "plain save blue '\x1b[1;32m\x1b[40mx' plain restore",
        "true 0"},
   };
-  for (const TLiteBarCase& Case : Cases) {
+  for (const auto& Case : Cases) {
     const TDialogue Got = RunDialogue(
         [&] {
           DoorLiteBarOptions = Case.Rows;

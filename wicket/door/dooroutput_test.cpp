@@ -4,9 +4,7 @@
 #include "dooroutput.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -16,7 +14,6 @@
 #include "crt2/crt2.h"
 #include "doorinput.h"
 #include "doorlink_testutil.h"
-#include "doorstate.h"
 #include "testsupport.h"
 
 namespace {
@@ -27,7 +24,10 @@ const std::string kEsc = "\x1B";
 // Sequences of a fresh process (attribute 7) for the colours the tests use.
 const std::string kBlue = kEsc + "[0;34m" + kEsc + "[40m";  // foreground 1 on black
 const std::string kGreen = kEsc + "[0;32m" + kEsc + "[40m";
+const std::string kWhite = kEsc + "[1;37m" + kEsc + "[40m";  // pipe code 0F
 const std::string kBlinkOff = kEsc + "[0m" + kEsc + "[40m";  // then the foreground again
+const std::string kLeft = kEsc + "[255D";
+const std::string kWide(81, 'x');
 
 std::string Hex(const TPackets& APackets) {
   std::string Result;
@@ -37,55 +37,28 @@ std::string Hex(const TPackets& APackets) {
 
 // Every send the door makes while ADoorSide runs, one string per send.
 TPackets SendsOf(const std::function<void()>& ADoorSide) {
-  TDoorChild Child = StartDoorOnLink(ADoorSide, SOCK_SEQPACKET);
+  TDoorRun Door([&](int) { ADoorSide(); }, {.OnLink = true, .SocketType = SOCK_SEQPACKET});
   TPackets Packets;
-  for (;;) {
-    std::string Packet = ReadPacket(Child.CallerFd);
-    if (Packet.empty()) break;
-    Packets.push_back(std::move(Packet));
-  }
-  EXPECT_EQ(FinishDoor(Child), 0);
+  for (std::string Packet; !(Packet = ReadPacket(Door.Caller)).empty();) Packets.push_back(Packet);
+  EXPECT_EQ(FinishDoor(Door), 0);
   return Packets;
 }
 
-TPackets WriteWith(bool APipe, bool ASeth, bool ASixel, const std::string& AText) {
-  return SendsOf([=] {
-    DoorSession.PipeWrite = APipe;
-    DoorSession.SethWrite = ASeth;
-    DisplayingSixel = ASixel;
-    DoorWrite(AText);
-  });
-}
-
 TEST(DoorWrite, SendsEachPieceAsOneSend) {
-  const std::string White = kEsc + "[1;37m" + kEsc + "[40m";  // pipe code 0F
   const struct {
     bool Pipe, Seth, Sixel;
     std::string Text;
     TPackets Sends;
   } Cases[] = {
       {true, true, false, "", {}},
-      {true, false, false, "plain text", {"plain text"}},
-      {true,
-       false,
-       false,
-       "a\xFF"
-       "b",
-       {"a\xFF\xFF"
-        "b"}},  // telnet doubling on the link
-      {true, false, false, "|", {"|"}},
-      {true, false, false, "|0", {"|0"}},
+      {true, false, false, "a\xFF!", {"a\xFF\xFF!"}},  // telnet doubling on the link
       {false, false, false, "|0F", {"|0F"}},
-      {true, false, false, "|0Fhi", {White + "hi"}},
-      {true, false, false, "|8F", {White}},
-      {true, false, false, "|GG|", {"|GG|"}},
+      {true, false, false, "|0Fhi", {kWhite + "hi"}},
       {false, true, false, "`", {"`"}},  // under 2 bytes: no walk
       {false, false, false, "a`1b", {"a`1b"}},
       {false, true, false, "abc`", {"abc"}},
       {false, true, false, "abc`1def", {"abc", kBlue, kBlinkOff + kBlue, "def"}},
-      {false, true, false, "`z`r9`Q", {}},
-      {false, true, false, "x`r", {"x"}},
-      {false, true, false, "`r1`r7", {kEsc + "[44m", kEsc + "[47m"}},
+      {false, true, false, "`z`r9`Qx`r", {"x"}},  // unknown codes vanish
       {false, true, false, "`x`d`\\", {" ", "\b", "\r\n"}},
       {false, true, false, "``1", {"1"}},  // "``" is an unknown code
       // Pipe codes are converted over the whole text first; the Seth walk sees the result.
@@ -93,63 +66,55 @@ TEST(DoorWrite, SendsEachPieceAsOneSend) {
       {true, true, true, "|0F`1`", {"|0F`1`"}},
   };
   for (const auto& Case : Cases) {
-    const TPackets Got = WriteWith(Case.Pipe, Case.Seth, Case.Sixel, Case.Text);
+    const TPackets Got = SendsOf([&] {
+      DoorSession.PipeWrite = Case.Pipe;
+      DoorSession.SethWrite = Case.Seth;
+      DisplayingSixel = Case.Sixel;
+      DoorWrite(Case.Text);
+    });
     EXPECT_EQ(Got, Case.Sends) << HexBytes(Case.Text) << " gave " << Hex(Got);
   }
 }
 
-// Each Seth code does what the direct call does, send for send.
+// Each Seth code does what the direct call does, send for send, and leaves the same attribute
+// (sent after each code, so that it is compared too).
 TEST(DoorWrite, SethCodesMatchTheirOperations) {
-  using TDoorOp = std::function<void()>;
-  auto Colour = [](uint8_t AColour, bool ABlink) -> TDoorOp {
-    return [=] { DoorTextColourAndBlink(AColour, ABlink); };
-  };
-  std::vector<std::pair<std::string, TDoorOp>> Cases = {
-      {"0", Colour(10, false)},
-      {"!", Colour(11, false)},
-      {"@", Colour(12, false)},
-      {"#", Colour(13, false)},
-      {"$", Colour(14, false)},
-      {"%", Colour(15, false)},
-      {"*", Colour(0, false)},
-      {"b", Colour(4, true)},
-      {"y", Colour(14, true)},
-      {"c",
-       [] {
-         DoorTextAttr(7);
-         DoorClrScr();
-         DoorWrite("\r\n\r\n");
-       }},
-  };
-  for (char Digit = '1'; Digit <= '9'; ++Digit)
-    Cases.push_back({{Digit}, Colour(uint8_t(Digit - '0'), false)});
-  for (char Digit = '0'; Digit <= '7'; ++Digit)
-    Cases.push_back({std::string("r") + Digit, [=] { DoorTextBackground(uint8_t(Digit - '0')); }});
-  // The attribute record afterwards goes out as a last send, so that it is compared too.
-  auto SendAttr = [] { DoorWrite(std::string(1, static_cast<char>(GetTextAttr()))); };
-  for (const auto& Case : Cases) {
-    const std::string Text = "`" + Case.first;
-    const TPackets BySeth = SendsOf([&] {
+  const std::string Colours = "123456789*0!@#$%by";
+  const uint8_t Values[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 10, 11, 12, 13, 14, 15, 4, 14};
+  auto AllCodes = [&](bool ABySeth) {
+    return SendsOf([&] {
       DoorSession.SethWrite = true;
-      DoorWrite(Text);
-      SendAttr();
+      auto Attr = [] { DoorWrite(std::string(1, static_cast<char>(GetTextAttr()))); };
+      for (size_t I = 0; I < Colours.size(); ++I, Attr()) {
+        if (ABySeth) DoorWrite(std::string("`") + Colours[I]);
+        if (!ABySeth) DoorTextColourAndBlink(Values[I], Colours[I] >= 'b');
+      }
+      for (uint8_t Colour = 0; Colour <= 7; ++Colour, Attr()) {
+        if (ABySeth) DoorWrite("`r" + std::to_string(Colour));
+        if (!ABySeth) DoorTextBackground(Colour);
+      }
+      if (ABySeth) DoorWrite("`c");
+      if (!ABySeth) DoorTextAttr(7), DoorClrScr(), DoorWrite("\r\n\r\n");
     });
-    const TPackets Direct = SendsOf([&] {
-      Case.second();
-      SendAttr();
-    });
-    EXPECT_EQ(BySeth, Direct) << Text;
-    EXPECT_GE(BySeth.size(), 2u) << Text;
-  }
+  };
+  EXPECT_EQ(AllCodes(true), AllCodes(false));
 }
 
-TEST(DoorWrite, SethPausesWaitTheirTime) {
+// The pauses wait their time; the spinner turns a bar in one cell: show, wait 100 ms, back up;
+// nine steps and a blank.
+TEST(DoorWrite, SethPausesAndSpinnerTakeTheirTime) {
+  TPackets Spinner;
+  for (const char* Step : {"|", "\\", "-", "/", "|", "\\", "-", "/", "|", " "}) {
+    Spinner.push_back(Step);
+    Spinner.push_back("\b");
+  }
   const struct {
     std::string Text;
     double MinMs, MaxMs;
-  } Cases[] = {{"`w", 95, 400}, {"`l", 490, 900}};
+    TPackets Sends;
+  } Cases[] = {{"`w", 95, 400, {}}, {"`l", 490, 900, {}}, {"`|", 890, 2000, Spinner}};
   for (const auto& Case : Cases) {
-    SendsOf([&] {
+    const TPackets Sends = SendsOf([&] {
       DoorSession.SethWrite = true;
       const double Start = MonotonicMs();
       DoorWrite(Case.Text);
@@ -157,82 +122,34 @@ TEST(DoorWrite, SethPausesWaitTheirTime) {
       EXPECT_GE(Took, Case.MinMs) << Case.Text;
       EXPECT_LE(Took, Case.MaxMs) << Case.Text;
     });
+    EXPECT_EQ(Sends, Case.Sends) << Hex(Sends);
   }
-}
-
-// The spinner turns a bar in one cell: show, wait 100 ms, back up; nine steps and a blank.
-TEST(DoorWrite, SpinnerDrawsATurningBar) {
-  double Took = 0;
-  const TPackets Sends = SendsOf([&] {
-    DoorSession.SethWrite = true;
-    const double Start = MonotonicMs();
-    DoorWrite("`|");
-    Took = MonotonicMs() - Start;
-    EXPECT_GE(Took, 890);
-    EXPECT_LE(Took, 2000);
-  });
-  TPackets Want;
-  for (const char* Step : {"|", "\\", "-", "/", "|", "\\", "-", "/", "|", " "}) {
-    Want.push_back(Step);
-    Want.push_back("\b");
-  }
-  EXPECT_EQ(Sends, Want) << Hex(Sends);
 }
 
 // The key pause shows its prompt, waits in DoorReadKey for the caller, and wipes the prompt.
 TEST(DoorWrite, KeyPauseWaitsForTheCaller) {
-  TDoorChild Child = StartDoorOnLink(
-      [] {
+  TDoorRun Door(
+      [](int) {
         DoorSession.SethWrite = true;
         DoorWrite("a`kb");
         EXPECT_EQ(DoorLastKey.Ch, 'q');
       },
-      SOCK_SEQPACKET);
+      {.OnLink = true, .SocketType = SOCK_SEQPACKET});
   const std::string Bright = kEsc + "[1;32m";
   const TPackets Prompt = {"a",    kEsc + "[40m",      "  ",   kGreen, kBlinkOff + kGreen, "<",
                            Bright, kBlinkOff + Bright, "MORE", kGreen, kBlinkOff + kGreen, ">"};
   TPackets Got;
-  for (size_t I = 0; I < Prompt.size(); ++I) Got.push_back(ReadPacket(Child.CallerFd));
+  for (size_t I = 0; I < Prompt.size(); ++I) Got.push_back(ReadPacket(Door.Caller));
   EXPECT_EQ(Got, Prompt) << Hex(Got);
-  EXPECT_EQ(ReadPacket(Child.CallerFd, 300), "") << "the pause must wait for a key";
-  SendToDoor(Child.CallerFd, "q");
-  EXPECT_EQ(ReadPacket(Child.CallerFd), "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b\b\b");
-  EXPECT_EQ(ReadPacket(Child.CallerFd), "b");
-  EXPECT_EQ(FinishDoor(Child), 0);
+  EXPECT_EQ(ReadPacket(Door.Caller, 300), "") << "the pause must wait for a key";
+  Send(Door.Caller, "q");
+  EXPECT_EQ(ReadPacket(Door.Caller), "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b\b\b");
+  EXPECT_EQ(ReadPacket(Door.Caller), "b");
+  EXPECT_EQ(FinishDoor(Door), 0);
 }
 
-TEST(DoorWriteLn, AddsCrLfInTheSameSend) {
-  EXPECT_EQ(SendsOf([] { DoorWriteLn(); }), TPackets{"\r\n"});
-  EXPECT_EQ(SendsOf([] { DoorWriteLn("line"); }), TPackets{"line\r\n"});
-  EXPECT_EQ(SendsOf([] { DoorWriteLn(""); }), TPackets{"\r\n"});
-}
-
-TEST(DoorWriteCentered, StartsAtHalfTheRemainingWidth) {
-  const std::string Left = kEsc + "[255D";
-  const struct {
-    bool Seth;
-    std::string Text;
-    std::string Move;  // what DoorGotoX sends
-  } Cases[] = {
-      {false, "", Left + kEsc + "[39C"},            // column 40
-      {false, "0123456789", Left + kEsc + "[34C"},  // column 35: no +1
-      {false, "|0Fabc", Left + kEsc + "[36C"},      // pipe codes count as text: column 37
-      {true, "`1abc", Left + kEsc + "[37C"},        // Seth codes don't: column 38
-      {false, std::string(79, 'x'), Left},          // column 0 and 1 are the same move
-      {false, std::string(80, 'x'), Left},         {false, std::string(81, 'x'), Left},
-      {false, std::string(200, 'x'), Left},
-  };
-  for (const auto& Case : Cases) {
-    const TPackets Got = SendsOf([&] {
-      DoorSession.PipeWrite = false;
-      DoorSession.SethWrite = Case.Seth;
-      DoorWriteCentered(Case.Text);
-    });
-    ASSERT_FALSE(Got.empty());
-    EXPECT_EQ(Got[0], Case.Move) << Case.Text.size() << " bytes: " << HexBytes(Got[0]);
-  }
-}
-
+// One send each, built by the right sequence builder, with the attribute record updated first
+// for the colour operations.
 TEST(DoorScreenOperations, OneSendEachWithTheRecordUpdatedFirst) {
   const struct {
     const char* Name;
@@ -241,35 +158,36 @@ TEST(DoorScreenOperations, OneSendEachWithTheRecordUpdatedFirst) {
     TPackets Sends;
     uint8_t AttrAfter;
   } Cases[] = {
-      {"ClrScr", 7, [] { DoorClrScr(); }, {kEsc + "[2J" + kEsc + "[1;1f"}, 7},
-      {"CursorUp 0", 7, [] { DoorCursorUp(0); }, {kEsc + "[0A"}, 7},
-      {"CursorDown", 7, [] { DoorCursorDown(255); }, {kEsc + "[255B"}, 7},
+      {"WriteLn", 7, [] { DoorWriteLn("line"); }, {"line\r\n"}, 7},
+      {"CursorUp", 7, [] { DoorCursorUp(1); }, {kEsc + "[1A"}, 7},
       {"CursorRight", 7, [] { DoorCursorRight(3); }, {kEsc + "[3C"}, 7},
-      {"CursorLeft", 7, [] { DoorCursorLeft(12); }, {kEsc + "[12D"}, 7},
-      {"CursorSave", 7, [] { DoorCursorSave(); }, {kEsc + "[s"}, 7},
-      {"CursorRestore", 7, [] { DoorCursorRestore(); }, {kEsc + "[u"}, 7},
-      {"GotoXY 0 0", 7, [] { DoorGotoXY(0, 0); }, {kEsc + "[0;0f"}, 7},
-      {"GotoXY 80 25", 7, [] { DoorGotoXY(80, 25); }, {kEsc + "[25;80f"}, 7},
-      {"GotoX 0", 7, [] { DoorGotoX(0); }, {kEsc + "[255D"}, 7},
-      {"GotoX 10", 7, [] { DoorGotoX(10); }, {kEsc + "[255D" + kEsc + "[9C"}, 7},
-      {"GotoY 1", 7, [] { DoorGotoY(1); }, {kEsc + "[255A"}, 7},
-      {"GotoY 5", 7, [] { DoorGotoY(5); }, {kEsc + "[255A" + kEsc + "[4B"}, 7},
-      {"TextAttr", 7, [] { DoorTextAttr(0x1E); }, {kEsc + "[1;33m" + kEsc + "[44m"}, 0x1E},
+      {"GotoXY", 7, [] { DoorGotoXY(80, 25); }, {kEsc + "[25;80f"}, 7},
+      {"GotoY", 7, [] { DoorGotoY(5); }, {kEsc + "[255A" + kEsc + "[4B"}, 7},
       {"TextAttr blink bit", 7, [] { DoorTextAttr(0x9E); }, {kEsc + "[1;33m" + kEsc + "[44m"}, 0x9E},
       {"TextBackground", 0x0E, [] { DoorTextBackground(1); }, {kEsc + "[44m"}, 0x1E},
       {"TextColour bright", 0x17, [] { DoorTextColour(14); }, {kEsc + "[1;33m"}, 0x1E},
       // The background that follows a dark colour is read from the record: blue, not black.
       {"TextColour dark", 0x1E, [] { DoorTextColour(7); }, {kEsc + "[0;37m" + kEsc + "[44m"}, 0x17},
-      {"ColourAndBlink on",
+      {"Blink on",
        0x10,
        [] { DoorTextColourAndBlink(4, true); },
        {kEsc + "[0;31m" + kEsc + "[44m", kEsc + "[5m"},
        0x14},
-      {"ColourAndBlink off",
+      {"Blink off",
        0x10,
        [] { DoorTextColourAndBlink(14, false); },
        {kEsc + "[1;33m", kEsc + "[0m" + kEsc + "[44m" + kEsc + "[1;33m"},
        0x1E},
+      // Centred: column (80 - width) / 2, where pipe codes count as text and Seth codes don't.
+      {"Centered", 7, [] { DoorWriteCentered("0123456789"); }, {kLeft + kEsc + "[34C", "0123456789"}, 7},
+      {"Centered empty", 7, [] { DoorWriteCentered(""); }, {kLeft + kEsc + "[39C"}, 7},
+      {"Centered pipe", 7, [] { DoorWriteCentered("|0Fabc"); }, {kLeft + kEsc + "[36C", kWhite + "abc"}, 7},
+      {"Centered Seth",
+       7,
+       [] { DoorSession.SethWrite = true, DoorWriteCentered("`1abc"); },
+       {kLeft + kEsc + "[37C", kBlue, kBlinkOff + kBlue, "abc"},
+       1},
+      {"Centered too wide", 7, [] { DoorWriteCentered(kWide); }, {kLeft, kWide}, 7},
   };
   for (const auto& Case : Cases) {
     const TPackets Got = SendsOf([&] {
@@ -281,80 +199,61 @@ TEST(DoorScreenOperations, OneSendEachWithTheRecordUpdatedFirst) {
   }
 }
 
-// --- Standard output -----------------------------------------------------------------------
-
-TEST(DoorWrite, StdioModeWritesStandardOutputUnchanged) {
-  TDoorChild Child = StartDoorOnStdout([] {
-    DoorWrite(
-        "a\xFF"
-        "b");
-    DoorWrite("|0Fx");
-    DoorWrite("");
-    DoorSession.SethWrite = true;
-    DoorWrite("c`1d");
-    DoorWriteLn("!");
-  });
-  const std::string Want =
-      "a\xFF"
-      "b" +
-      kEsc + "[1;37m" + kEsc + "[40mx" + "c" + kBlue + kBlinkOff + kBlue + "d!\r\n";
-  EXPECT_EQ(HexBytes(ReadUntilClosed(Child.OutputFd)), HexBytes(Want));
-  EXPECT_EQ(FinishDoor(Child), 0);
-}
-
-// The same write never goes both ways: with the link open, StdIO alone picks the side.
-TEST(DoorWrite, OneDestinationOnly) {
-  TDoorChild Child = StartDoorOnLink(
-      [] {
+// Standard output gets the converted bytes unchanged (no doubling); with the link open, StdIO
+// alone picks the side, and the same write never goes both ways.
+TEST(DoorWrite, StdioModeWritesStandardOutputOnly) {
+  TDoorRun Door(
+      [](int) {
         StdIO = true;
-        DoorWrite("to stdout");
+        DoorWrite("a\xFF!");
+        DoorWrite("|0Fx");
+        DoorWrite("");
+        DoorSession.SethWrite = true;
+        DoorWrite("c`1d");
+        DoorWriteLn("!");
         StdIO = false;
         DoorWrite("to caller");
       },
-      SOCK_STREAM, true);
-  EXPECT_EQ(ReadUntilClosed(Child.OutputFd), "to stdout");
-  EXPECT_EQ(ReadUntilClosed(Child.CallerFd), "to caller");
-  EXPECT_EQ(FinishDoor(Child), 0);
+      {.OnLink = true});
+  EXPECT_EQ(FinishDoor(Door), 0);
+  EXPECT_EQ(HexBytes(Door.Console),
+            HexBytes("a\xFF!" + kWhite + "xc" + kBlue + kBlinkOff + kBlue + "d!\r\n"));
+  EXPECT_EQ(Door.Heard, "to caller");
 }
 
 // --- Files ---------------------------------------------------------------------------------
 
 std::string DisplayedOnLink(const std::function<void()>& ADoorSide) {
-  TDoorChild Child = StartDoorOnLink(ADoorSide, SOCK_STREAM);
-  const std::string Got = ReadUntilClosed(Child.CallerFd);
-  EXPECT_EQ(FinishDoor(Child), 0);
+  TDoorRun Door([&](int) { ADoorSide(); }, {.OnLink = true});
+  const std::string Got = ReadRest(Door.Caller);
+  EXPECT_EQ(FinishDoor(Door), 0);
   return Got;
 }
 
 TEST(DoorDisplayFile, SendsLinesWithCrLfBetweenThem) {
   TTempDir Dir;
   const std::string Block(65535, 'x');  // puts a CR at the end of the reader's first block
+  const std::string Odd("\x1A mid \x1A\x00 end", 12);
   const struct {
     std::string Content;
     std::string Sent;
   } Cases[] = {
       {"", ""},
-      {"one", "one"},
-      {"a\nb", "a\r\nb"},
-      {"a\r\nb\r\n", "a\r\nb"},  // the end of the file follows the last line end
       {"a\rb\n\rc", "a\r\nb\r\n\r\nc"},
+      {"a\r\nb\r\n", "a\r\nb"},  // the end of the file follows the last line end
       {"a\n\n", "a\r\n"},
-      {"\n", ""},
-      {"\n\nz", "\r\n\r\nz"},
-      {"\r\n\r", "\r\n"},
-      {std::string("\x1A mid \x1A\x00 end", 12) + "\nnext",
-       std::string("\x1A mid \x1A\x00 end", 12) + "\r\nnext"},
-      {"|0Fhi\n`1", kEsc + "[1;37m" + kEsc + "[40mhi\r\n`1"},
+      {Odd + "\nnext", Odd + "\r\nnext"},
+      {"|0Fhi\n`1", kWhite + "hi\r\n`1"},
       {Block + "\r\nlast", Block + "\r\nlast"},
-      {std::string(200000, 'y') + "\n" + std::string(3, 'z'), std::string(200000, 'y') + "\r\nzzz"},
+      {std::string(200000, 'y') + "\nzzz", std::string(200000, 'y') + "\r\nzzz"},
   };
-  int N = 0;
   for (const auto& Case : Cases) {
-    const std::filesystem::path File = Dir.Path / ("f" + std::to_string(N++) + ".txt");
+    const std::filesystem::path File = Dir.Path / "f.txt";
     WriteWholeFile(File, Case.Content);
     const std::string Got = DisplayedOnLink([&] { DoorDisplayFile(File.string()); });
-    EXPECT_EQ(Got.size(), Case.Sent.size()) << "file " << N - 1;
-    EXPECT_TRUE(Got == Case.Sent) << "file " << N - 1 << ": " << HexBytes(Got.substr(0, 64));
+    EXPECT_EQ(Got.size(), Case.Sent.size()) << HexBytes(Case.Content.substr(0, 16));
+    EXPECT_TRUE(Got == Case.Sent) << HexBytes(Case.Content.substr(0, 16)) << ": "
+                                  << HexBytes(Got.substr(0, 64));
   }
 }
 
@@ -368,8 +267,7 @@ TEST(DoorDisplaySixel, SendsThePictureUntouched) {
     EXPECT_FALSE(DisplayingSixel);
     DoorWrite("|0F");
   });
-  EXPECT_EQ(HexBytes(Got),
-            HexBytes("\x1BPq|0F`1#0;2;0;0;0\r\n-`r9|\x1B\\" + kEsc + "[1;37m" + kEsc + "[40m"));
+  EXPECT_EQ(HexBytes(Got), HexBytes("\x1BPq|0F`1#0;2;0;0;0\r\n-`r9|\x1B\\" + kWhite));
 }
 
 // A file that can't be read: two lines to the caller, one key, and the run goes on.
@@ -391,25 +289,23 @@ TEST(DoorDisplayFile, FailureTellsTheCallerAndWaitsForAKey) {
       {Dir.Path.string(), false, false, "Is a directory"},
   };
   for (const auto& Case : Cases) {
-    TDoorChild Child = StartDoorOnLink(
-        [&] {
+    TDoorRun Door(
+        [&](int) {
           if (Case.AsNobody && geteuid() == 0 && setuid(65534) != 0) ADD_FAILURE() << "setuid";
-          if (Case.Sixel)
-            DoorDisplaySixel(Case.Name);
-          else
-            DoorDisplayFile(Case.Name);
+          (Case.Sixel ? DoorDisplaySixel : DoorDisplayFile)(Case.Name);
           EXPECT_FALSE(DisplayingSixel);
           EXPECT_EQ(DoorLastKey.Ch, ' ');
           DoorWrite("after");
         },
-        SOCK_STREAM);
+        {.OnLink = true});
     const std::string Message =
         "Error reading \"" + Case.Name + "\": " + Case.Reason + "\r\nHit a key to continue\r\n";
-    EXPECT_EQ(ReadAtLeast(Child.CallerFd, Message.size()), Message);
-    EXPECT_EQ(ReadAtLeast(Child.CallerFd, 1, 300), "") << "the run must wait for a key";
-    SendToDoor(Child.CallerFd, " ");
-    EXPECT_EQ(ReadUntilClosed(Child.CallerFd), "after");
-    EXPECT_EQ(FinishDoor(Child), 0);
+    std::string Seen;
+    EXPECT_TRUE(WaitFor(Door.Caller, Seen, Message));
+    EXPECT_EQ(Seen + ReadRest(Door.Caller, 300), Message) << "the run must wait for a key";
+    Send(Door.Caller, " ");
+    EXPECT_EQ(FinishDoor(Door), 0);
+    EXPECT_EQ(Door.Heard, "after");
   }
 }
 
