@@ -36,10 +36,7 @@ inline double MonotonicMs() {
 
 inline bool WaitReadable(int AFd, int ATimeoutMs) {
   pollfd Poll{AFd, POLLIN, 0};
-  int Result;
-  do Result = poll(&Poll, 1, ATimeoutMs);
-  while (Result < 0 && errno == EINTR);
-  return Result > 0;
+  return poll(&Poll, 1, ATimeoutMs) > 0;
 }
 
 // Reads AFd into ASeen until ASeen holds ANeedle, AFd ends (end of file, or EIO from a pty), or
@@ -51,8 +48,8 @@ inline bool WaitFor(int AFd, std::string& ASeen, const std::string& ANeedle, int
     if (Left <= 0 || !WaitReadable(AFd, Left)) return false;
     char Block[4096];
     const ssize_t Got = read(AFd, Block, sizeof Block);
-    if (Got <= 0 && !(Got < 0 && errno == EINTR)) return false;
-    if (Got > 0) ASeen.append(Block, static_cast<size_t>(Got));
+    if (Got <= 0) return false;
+    ASeen.append(Block, static_cast<size_t>(Got));
   }
   return true;
 }
@@ -93,26 +90,16 @@ inline void CloseEnd(int& AFd) {
 
 // Readable bytes as "41 1B 5B" for failure messages.
 inline std::string HexBytes(const std::string& ABytes) {
+  const char* Digits = "0123456789ABCDEF";
   std::string Result;
-  char Cell[4];
-  for (unsigned char C : ABytes) {
-    std::snprintf(Cell, sizeof Cell, "%02X ", C);
-    Result += Cell;
-  }
-  if (!Result.empty()) Result.pop_back();
-  return Result;
+  for (unsigned char C : ABytes) Result += {' ', Digits[C >> 4], Digits[C & 15]};
+  return Result.substr(Result.empty() ? 0 : 1);
 }
 
 // In a door child: the write end of the report pipe (DoorReport).
 inline int GDoorReportFd = -1;
 // In a door child: passes AText to the test (TDoorRun::Report after FinishDoor).
-inline void DoorReport(const std::string& AText) {
-  for (size_t Done = 0; Done < AText.size();) {
-    const ssize_t N = write(GDoorReportFd, AText.data() + Done, AText.size() - Done);
-    if (N <= 0) return;
-    Done += static_cast<size_t>(N);
-  }
-}
+inline void DoorReport(const std::string& AText) { Send(GDoorReportFd, AText); }
 
 struct TDoorRunOptions {
   bool OnLink = false;           // the child opens the link (StdIO false, CommOpen) before the door side
@@ -205,37 +192,24 @@ struct TDoorRun {
 // be killed. Closes nothing: the ends stay the test's until the run goes out of scope.
 inline int FinishDoor(TDoorRun& ARun, int ATimeoutMs = 10000) {
   const double Deadline = MonotonicMs() + ATimeoutMs;
-  int Status = 0, Code = -1;
-  std::pair<int, std::string*> Ends[] = {
+  const std::pair<int, std::string*> Ends[] = {
       {ARun.Output, &ARun.Console}, {ARun.ReportFd, &ARun.Report}, {ARun.Caller, &ARun.Heard}};
-  auto Drain = [](int AFd, std::string& AInto) {  // false once AFd has ended
+  auto Drain = [](int AFd, std::string& AInto) {  // what AFd has now; false once it has ended
     char Block[4096];
-    ssize_t Got;
-    while ((Got = read(AFd, Block, sizeof Block)) > 0) AInto.append(Block, static_cast<size_t>(Got));
-    return Got < 0 && (errno == EAGAIN || errno == EINTR);
+    for (ssize_t Got; WaitReadable(AFd, 0); AInto.append(Block, static_cast<size_t>(Got)))
+      if ((Got = read(AFd, Block, sizeof Block)) <= 0) return false;
+    return true;
   };
-  for (auto& [Fd, Into] : Ends)
-    if (Fd >= 0) fcntl(Fd, F_SETFL, fcntl(Fd, F_GETFL) | O_NONBLOCK);
-  for (;;) {
-    if (waitpid(ARun.Pid, &Status, WNOHANG) == ARun.Pid) {
-      Code = WIFEXITED(Status) ? WEXITSTATUS(Status) : 128 + WTERMSIG(Status);
-      break;
-    }
-    if (MonotonicMs() > Deadline) {
-      kill(ARun.Pid, SIGKILL);
-      waitpid(ARun.Pid, &Status, 0);
-      break;
-    }
-    for (auto& [Fd, Into] : Ends)
+  int Status = 0;
+  bool Ended = false;
+  while (!(Ended = waitpid(ARun.Pid, &Status, WNOHANG) == ARun.Pid) && MonotonicMs() < Deadline) {
+    for (const auto& [Fd, Into] : Ends)
       if (Fd >= 0) Drain(Fd, *Into);
     usleep(5000);
   }
+  if (!Ended) kill(ARun.Pid, SIGKILL), waitpid(ARun.Pid, &Status, 0);
   ARun.Ms = MonotonicMs() - ARun.StartMs;
-  for (auto& [Fd, Into] : Ends) {
-    if (Fd < 0) continue;
-    const bool Open = Drain(Fd, *Into);
-    if (Fd == ARun.Caller) ARun.CallerClosed = !Open;
-    fcntl(Fd, F_SETFL, fcntl(Fd, F_GETFL) & ~O_NONBLOCK);
-  }
-  return Code;
+  for (const auto& [Fd, Into] : Ends)
+    if (Fd >= 0 && !Drain(Fd, *Into) && Fd == ARun.Caller) ARun.CallerClosed = true;
+  return !Ended ? -1 : WIFEXITED(Status) ? WEXITSTATUS(Status) : 128 + WTERMSIG(Status);
 }

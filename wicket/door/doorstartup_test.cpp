@@ -23,42 +23,33 @@ const std::string kClearScreen = "\x1b[2J\x1b[1;1f";
 const std::string kExitTail = "\x1b[0;37m\x1b[40m\x1b[40m\x1b[255B\x1b[255D";
 
 std::string FSeenOptions;
-void RecordOption(uint8_t AKey, const std::string& AValue) {
-  FSeenOptions += (FSeenOptions.empty() ? "" : " ") + std::string(1, static_cast<char>(AKey)) + "=" + AValue;
-}
 
 TEST(DoorReadCommandLine, OptionsLettersAndValues) {
-  const struct {
-    std::vector<std::string> Arguments;
-    bool Local;
-    std::string DropFile;
-    int32_t Node, Socket;
-    bool ForceStdio;
-    std::string Unknown;  // options handed to DoorOnCLP
-  } Cases[] = {
-      {{}, true, "", 0, -99, false, ""},
-      {{"-L", "-n5"}, true, "", 5, -99, false, "L="},
-      {{"/?"}, false, "", 0, -99, false, ""},
-      {{"-D"}, false, "", 0, -99, false, ""},
-      {{"-d/bbs/DOOR32.SYS", "-x"}, false, "/bbs/DOOR32.SYS", 0, -99, true, ""},
-      {{"-D", "/bbs/door.sys"}, false, "", 0, -99, false, "B=bs/door.sys"},
-      {{"-S1000", "-S7", "-N1", "-N3"}, false, "", 3, 7, false, ""},  // the last one counts
-      {{"-Sabc", "-Nxyz"}, false, "", 0, -1, false, ""},
-      {{"-S-5"}, false, "", 0, -5, false, ""},
-      {{"", "-", "x", "@tamblin.cfg", "+N5", "--help", "-ié"}, true, "", 0, -99, false, "-=help I=\xC3\xA9"},
-      {{"-Ivalue", "-i", "/q9"}, true, "", 0, -99, false, "I=value I= Q=9"},
+  // "Local Node Socket ForceStdio [DropFile]" and the options handed to DoorOnCLP.
+  const std::pair<std::vector<std::string>, std::string> Cases[] = {
+      {{}, "1 0 -99 0 [] "},
+      {{"-L", "-n5"}, "1 5 -99 0 [] L="},
+      {{"/?"}, "0 0 -99 0 [] "},
+      {{"-D"}, "0 0 -99 0 [] "},
+      {{"-d/bbs/DOOR32.SYS", "-x"}, "0 0 -99 1 [/bbs/DOOR32.SYS] "},
+      {{"-D", "/bbs/door.sys"}, "0 0 -99 0 [] B=bs/door.sys"},
+      {{"-S1000", "-S7", "-N1", "-N3"}, "0 3 7 0 [] "},  // the last one counts
+      {{"-Sabc", "-Nxyz"}, "0 0 -1 0 [] "},
+      {{"-S-5"}, "0 0 -5 0 [] "},
+      {{"", "-", "x", "@tamblin.cfg", "+N5", "--help", "-ié"}, "1 0 -99 0 [] -=help I=\xC3\xA9"},
+      {{"-Ivalue", "-i", "/q9"}, "1 0 -99 0 [] I=value I= Q=9"},
   };
-  DoorOnCLP = RecordOption;
-  for (const auto& Case : Cases) {
+  DoorOnCLP = [](uint8_t AKey, const std::string& AValue) {
+    FSeenOptions +=
+        (FSeenOptions.empty() ? "" : " ") + std::string(1, static_cast<char>(AKey)) + "=" + AValue;
+  };
+  for (const auto& [Arguments, Want] : Cases) {
     FSeenOptions.clear();
-    const TDoorCommandLine Got = DoorReadCommandLine(Case.Arguments);
-    const std::string What = ::testing::PrintToString(Case.Arguments);
-    EXPECT_EQ(Got.Local, Case.Local) << What;
-    EXPECT_EQ(Got.DropFile, Case.DropFile) << What;
-    EXPECT_EQ(Got.Node, Case.Node) << What;
-    EXPECT_EQ(Got.Socket, Case.Socket) << What;
-    EXPECT_EQ(Got.ForceStdio, Case.ForceStdio) << What;
-    EXPECT_EQ(FSeenOptions, Case.Unknown) << What;
+    const TDoorCommandLine Got = DoorReadCommandLine(Arguments);
+    EXPECT_EQ(std::to_string(Got.Local) + " " + std::to_string(Got.Node) + " " + std::to_string(Got.Socket) +
+                  " " + std::to_string(Got.ForceStdio) + " [" + Got.DropFile + "] " + FSeenOptions,
+              Want)
+        << ::testing::PrintToString(Arguments);
   }
   DoorOnCLP = nullptr;
 }
@@ -115,9 +106,7 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
       {"-L with -N5: local on node 5", "-L -N5", "", "", "1 0 5 0 0 "},
       {"-S and -N: socket link", "-S{fd} -N3", "", "", "0 1 3 2 link "},
       {"-S-1 and -N: stdio", "-S-1 -N2", "", "", "1 0 2 2 -1 "},
-      {"/?", "/?", "", "", "usage;"},
-      {"-D with no value", "-D", "", "", "usage;"},
-      {"-S without -N", "-S1000", "", "", "usage;"},
+      // /?, a -D without value and -S without -N show it in the example door's tests.
       {"-N0 with -S", "-N0 -S1000", "", "", "usage;"},
       {"-S-5 with -N", "-N2 -S-5", "", "", "usage;"},
       {"the socket case wins over a drop file", "-S{fd} -N1 -D{drop}", "DOOR32.SYS", Door32("0", "-1"),
@@ -170,17 +159,6 @@ TEST(DoorStartup, StopsWithAMessageOnTheLocalConsoleOnly) {
   }
 }
 
-TEST(DoorStartup, UsageWithoutAHookEndsQuietly) {
-  TDoorRun Door([](int) {
-    DoorOnUsage = nullptr;
-    DoorStartupArgs({"-?"});
-    DoorReport("returned");
-  });
-  EXPECT_EQ(FinishDoor(Door), 0);
-  EXPECT_EQ(Door.Report, "");
-  EXPECT_EQ(Door.Console, "");
-}
-
 double FClock = 1000.0;
 
 TEST(DoorStartup, StampsTimesAfterTheLoginAndDerivesTheNames) {
@@ -212,7 +190,7 @@ TEST(DoorExitHandler, RunsOnEveryWayOutAndChainsToTheOldOne) {
   const std::string Socket = kDoorLinkAnnouncements + kClearScreen;
   const struct {
     const char* What;
-    std::string Link;  // the -S option
+    std::string Option;  // before -N1
     void (*AfterStart)();
     int ExitCode;
     std::string Report, Heard;
@@ -232,16 +210,20 @@ TEST(DoorExitHandler, RunsOnEveryWayOutAndChainsToTheOldOne) {
       // A stdio run installs no handler of the door's, but the chain still runs.
       {"stdio run", "-S-1", [] { DoorReport(DoorExitProc == OldHandler ? "same;" : "other;"); }, 0,
        "same;old handler;", ""},
+      {"the usage screen without a hook: a quiet end", "-?", [] { DoorReport("returned;"); }, 0,
+       "old handler;", ""},
   };
   for (const auto& Case : Cases) {
     TDoorRun Door([&](int ADoorFd) {
       DoorExitProc = OldHandler;
-      DoorStartupArgs({Case.Link == "-S{fd}" ? "-S" + std::to_string(ADoorFd) : Case.Link, "-N1"});
+      DoorOnUsage = nullptr;
+      DoorStartupArgs({Case.Option == "-S{fd}" ? "-S" + std::to_string(ADoorFd) : Case.Option, "-N1"});
       Case.AfterStart();
     });
     EXPECT_EQ(FinishDoor(Door), Case.ExitCode) << Case.What;
     EXPECT_EQ(Door.Report, Case.Report) << Case.What;
     EXPECT_EQ(Door.Heard, Case.Heard) << Case.What;
+    EXPECT_EQ(Door.Console, "") << Case.What;
     EXPECT_TRUE(Door.CallerClosed) << Case.What;
   }
 }

@@ -42,10 +42,9 @@ void PlaySession(std::string& ASeen, const std::string& ADefaultName, const std:
                  const std::string& AGreeted, int AFd, int AKeys) {
   ASSERT_TRUE(WaitFor(AFd, ASeen, "Your name:")) << ASeen;
   // The field: bright white on blue, the default, blanks to 30 cells, back behind the text.
-  const std::string Blanks = std::to_string(30 - ADefaultName.size());
+  const std::string Pad(30 - ADefaultName.size(), ' ');
   ASSERT_TRUE(WaitFor(AFd, ASeen,
-                      "\x1b[1;37m\x1b[44m" + ADefaultName + std::string(30 - ADefaultName.size(), ' ') +
-                          "\x1b[" + Blanks + "D"))
+                      "\x1b[1;37m\x1b[44m" + ADefaultName + Pad + "\x1b[" + std::to_string(Pad.size()) + "D"))
       << ASeen;
   Send(AKeys, ATyped);
   ASSERT_TRUE(WaitFor(AFd, ASeen, "Hello, \x1b[1;37m\x1b[40m" + AGreeted)) << ASeen;
@@ -58,57 +57,53 @@ void PlaySession(std::string& ASeen, const std::string& ADefaultName, const std:
   ASSERT_TRUE(WaitFor(AFd, ASeen, "  Goodbye, " + AGreeted + ". Returning to the BBS...\r\n")) << ASeen;
 }
 
-// After the door's end the BBS takes the caller back on its own copy of the socket, both ways,
-// and nothing of the door comes after its goodbye.
-void BbsTalksToCaller(TDoorRun& ADoor) {
-  std::string AtCaller, AtBbs;
-  Send(ADoor.Bbs, "Back at the BBS");
-  EXPECT_TRUE(WaitFor(ADoor.Caller, AtCaller, "Back at the BBS", 2000));
-  EXPECT_EQ(ADoor.Heard + AtCaller, "Back at the BBS");
-  Send(ADoor.Caller, "x");
-  EXPECT_TRUE(WaitFor(ADoor.Bbs, AtBbs, "x", 2000));
-}
-
 const TDoorRunOptions kAsBbs{.KeepBbsCopy = true};
 
-TEST(ExampleDoor, SocketLinkFromTheCommandLine) {
-  TDoorRun Door(Example({"-N1", "-S{fd}"}), kAsBbs);
-  std::string Seen;
-  ASSERT_TRUE(WaitFor(Door.Caller, Seen, kDoorLinkAnnouncements + "\x1b[2J\x1b[1;1f"));
-  EXPECT_EQ(Seen.find(kDoorLinkAnnouncements), 0u);
-  PlaySession(Seen, "", "Ann\r", "Ann", Door.Caller, Door.Caller);
-  EXPECT_EQ(FinishDoor(Door), 0);
-  // The sysop's console showed the status bar (drawn before each menu).
-  EXPECT_NE(Door.Console.find("Wicket example door"), std::string::npos) << Door.Console;
-  EXPECT_NE(Door.Console.find("Idle: 00:0"), std::string::npos) << Door.Console;
-  EXPECT_TRUE(Door.Console.find("Left: 01:00:00") != std::string::npos ||
-              Door.Console.find("Left: 00:59:5") != std::string::npos)
-      << Door.Console;
-  BbsTalksToCaller(Door);
-}
-
-TEST(ExampleDoor, SocketLinkNamedByADoor32File) {
+// Whole sessions on a socket named by -S/-N or by a DOOR32.SYS, and in stdio mode on pipes.
+TEST(ExampleDoor, WholeSessionsOnASocketAndOnPipes) {
   TTempDir Dir;
   const std::string Drop = (Dir.Path / "DOOR32.SYS").string();
-  TDoorRun Door(Example({"-D" + Drop}, Drop,
-                        {"2", "{fd}", "38400", "Test BBS", "7", "Jane Doe", "jd", "20", "60", "1", "3"}),
-                kAsBbs);
-  std::string Seen;
-  ASSERT_TRUE(WaitFor(Door.Caller, Seen, kDoorLinkAnnouncements));
-  PlaySession(Seen, "jd", "\r", "jd", Door.Caller, Door.Caller);
-  EXPECT_NE(Seen.find("Wicket example door\x1b[0;37m\x1b[40m\x1b[40m, node 3"), std::string::npos);
-  EXPECT_EQ(FinishDoor(Door), 0);
-  BbsTalksToCaller(Door);
-}
-
-TEST(ExampleDoor, StdioModeOnPipes) {
-  TDoorRun Door(Example({"-S-1", "-N4"}));
-  std::string Seen;
-  PlaySession(Seen, "", "Bo\r", "Bo", Door.Output, Door.Input);
-  EXPECT_EQ(FinishDoor(Door), 0);
-  // No telnet announcements and no status bar in the caller's stream.
-  EXPECT_EQ(Seen.find('\xFF'), std::string::npos);
-  EXPECT_EQ(Seen.find("Idle:"), std::string::npos);
+  const std::vector<std::string> Door32 = {"2",  "{fd}", "38400", "Test BBS", "7", "Jane Doe",
+                                           "jd", "20",   "60",    "1",        "3"};
+  const struct {
+    std::vector<std::string> Arguments, DropLines;
+    std::string Default, Typed, Greeted, Node;
+    bool Stdio;
+  } Cases[] = {
+      {{"-N1", "-S{fd}"}, {}, "", "Ann\r", "Ann", "1", false},
+      {{"-D" + Drop}, Door32, "jd", "\r", "jd", "3", false},
+      {{"-S-1", "-N4"}, {}, "", "Bo\r", "Bo", "4", true},
+  };
+  for (const auto& Case : Cases) {
+    TDoorRun Door(Example(Case.Arguments, Case.DropLines.empty() ? "" : Drop, Case.DropLines), kAsBbs);
+    std::string Seen;
+    PlaySession(Seen, Case.Default, Case.Typed, Case.Greeted, Case.Stdio ? Door.Output : Door.Caller,
+                Case.Stdio ? Door.Input : Door.Caller);
+    EXPECT_EQ(FinishDoor(Door), 0) << Case.Greeted;
+    EXPECT_NE(Seen.find("Wicket example door\x1b[0;37m\x1b[40m\x1b[40m, node " + Case.Node),
+              std::string::npos);
+    if (Case.Stdio) {
+      // No telnet announcements and no status bar in the caller's stream.
+      EXPECT_EQ(Seen.find('\xFF'), std::string::npos);
+      EXPECT_EQ(Seen.find("Idle:"), std::string::npos);
+      continue;
+    }
+    EXPECT_EQ(Seen.find(kDoorLinkAnnouncements + "\x1b[2J\x1b[1;1f"), 0u);
+    // The sysop's console showed the status bar (drawn before each menu).
+    EXPECT_NE(Door.Console.find("Wicket example door"), std::string::npos) << Door.Console;
+    EXPECT_NE(Door.Console.find("Idle: 00:0"), std::string::npos) << Door.Console;
+    EXPECT_TRUE(Door.Console.find("Left: 01:00:00") != std::string::npos ||
+                Door.Console.find("Left: 00:59:5") != std::string::npos)
+        << Door.Console;
+    // The BBS takes the caller back on its own copy of the socket, both ways, and nothing of the
+    // door comes after its goodbye.
+    std::string AtCaller, AtBbs;
+    Send(Door.Bbs, "Back at the BBS");
+    EXPECT_TRUE(WaitFor(Door.Caller, AtCaller, "Back at the BBS", 2000));
+    EXPECT_EQ(Door.Heard + AtCaller, "Back at the BBS");
+    Send(Door.Caller, "x");
+    EXPECT_TRUE(WaitFor(Door.Bbs, AtBbs, "x", 2000));
+  }
 }
 
 TEST(ExampleDoor, StdioModeEndsWithCodeZeroWhenTheBbsDropsBothPipes) {
