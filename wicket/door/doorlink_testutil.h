@@ -120,7 +120,7 @@ struct TDoorRun {
   int Output = -1;  // read end of the console's output pipe, or the pty's master
   int ReportFd = -1;
   double StartMs = MonotonicMs();
-  // Filled by FinishDoor: what was still unread on each end once the child was gone.
+  // Filled by FinishDoor: everything on each end that the test did not read itself.
   std::string Console, Report, Heard;
   bool CallerClosed = false;  // the caller's end saw end of file
   double Ms = 0;              // from the start to the child's end

@@ -122,7 +122,7 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
       {"ComNum -1: stdio", "-D{drop}", "DOOR32.SYS", Door32("1", "-1"), "1 0 4 1 -1 Jane Doe"},
       {"connection type 3: stdio stays", "-D{drop}", "DOOR32.SYS", Door32("3", "905"),
        "1 0 4 3 905 Jane Doe"},
-      {"DORINFO1.DEF, though it contains INFO.", "-D{drop}", "DORINFO1.DEF", DorInfo, "1 0 0 0 0 FIRST LAST"},
+      {"DORINFO1.DEF goes to its own reader", "-D{drop}", "DORINFO1.DEF", DorInfo, "1 0 0 0 0 FIRST LAST"},
       {"a directory name decides the reader", "-D{drop}", "DOOR.SYS.d/node", DoorSys, "1 0 6 0 0 Door Sys"},
       {"INFO.1 goes to the fourth reader", "-D{drop}", "INFO.1", LordInfo, "1 0 0 0 912 Ann Lee"},
   };
