@@ -14,6 +14,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -119,6 +120,7 @@ struct TDoorRun {
   int Input = -1;   // write end of the console's input pipe (not with Pty)
   int Output = -1;  // read end of the console's output pipe, or the pty's master
   int ReportFd = -1;
+  termios PtyBefore{};  // the pty's mode before the child could touch it
   double StartMs = MonotonicMs();
   // Filled by FinishDoor: everything on each end that the test did not read itself.
   std::string Console, Report, Heard;
@@ -133,6 +135,7 @@ struct TDoorRun {
       Out[0] = posix_openpt(O_RDWR | O_NOCTTY);
       if (Out[0] < 0 || grantpt(Out[0]) != 0 || unlockpt(Out[0]) != 0) std::abort();
       Slave = ptsname(Out[0]);
+      tcgetattr(Out[0], &PtyBefore);
       winsize Size{25, 80, 0, 0};
       ioctl(Out[0], TIOCSWINSZ, &Size);
     } else if (pipe(In) != 0 || pipe(Out) != 0) {
