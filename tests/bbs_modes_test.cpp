@@ -93,6 +93,7 @@ struct TDoor {
   int Bbs = -1;     // the BBS's copy of the door's end of the link
   std::string Shown, Wire;
   bool Pty = false;
+  size_t CursorAnswers = 0;  // one answer per question, across every Pump of the run
   int ExitCode = -1;
   TClock::time_point Start;
   fs::path ErrFile;
@@ -182,11 +183,10 @@ void StartDoor(TDoor& ADoor, const fs::path& ADir, TConsoleKind AConsole, std::v
 // until ADone holds, the door has ended and nothing more comes, or ALimitMs passes.
 bool Pump(TDoor& ADoor, const std::function<bool()>& ADone, int ALimitMs = 5000) {
   const auto End = TClock::now() + std::chrono::milliseconds(ALimitMs);
-  size_t Answered = 0;
   for (;;) {
     if (ADone()) return true;
-    if (ADoor.Pty && Count(ADoor.Shown, CURSOR_QUESTION) > Answered) {
-      ++Answered;
+    if (ADoor.Pty && Count(ADoor.Shown, CURSOR_QUESTION) > ADoor.CursorAnswers) {
+      ++ADoor.CursorAnswers;
       if (ADoor.Screen >= 0) (void)!write(ADoor.Screen, CURSOR_ANSWER.data(), CURSOR_ANSWER.size());
     }
     if (TClock::now() > End) return false;
