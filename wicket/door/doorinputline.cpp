@@ -139,7 +139,8 @@ bool DoorLiteBar(int32_t APageSize) {
     if (Key == '8' || Key == '4' || Key == 'H' || Key == 'K') {
       if (DoorLiteBarIndex > 0) MoveHighlight(-1);
     } else if (Key == '2' || Key == '6' || Key == 'M' || Key == 'P') {
-      if (DoorLiteBarIndex < APageSize - 1 && DoorLiteBarIndex < RowCount - 1) MoveHighlight(1);
+      // In 64 bits: a page size of INT32_MIN must stop the move, not overflow.
+      if (DoorLiteBarIndex < int64_t{APageSize} - 1 && DoorLiteBarIndex < RowCount - 1) MoveHighlight(1);
     } else if (Key == 'Q') {
       Accepted = false;
       break;

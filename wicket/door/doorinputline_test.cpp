@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -125,6 +126,8 @@ TEST(DoorLiteBar, KeysMoveTheHighlightRedrawingTwoRows) {
        " restore down2 blue 'C' plain restore",
        "false 2"},
       {"an empty list draws nothing; Q gives false", {}, 5, 0, "2q", "plain save restore", "false 0"},
+      {"a page size of no rows shows and reaches nothing", Five, INT32_MIN, 0, "2\r", "plain save restore",
+       "true 0"},
       {"rows may carry pipe codes, which override the highlight",
        {"|0Ax"},
        1,

@@ -139,21 +139,35 @@ TEST(DoorStartup, StopsWithAMessageOnTheLocalConsoleOnly) {
   TTempDir Dir;
   const std::string D = Dir.Path.string(),
                     NotSupported = "\n  Drop File Does Not Exist Or Is Not Supported:\n  ";
+  // A link whose caller has gone before the door starts: the process already found the
+  // carrier lost on it (here through a connection of its own), so the open finds none.
+  const auto CarrierGone = [](int ADoorFd) {
+    int Pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, Pair) != 0) _exit(3);
+    close(Pair[0]);
+    CommOpen(Pair[1]);
+    while (CommCarrier()) CommCharAvail();
+    DoorStartupArgs({"-S" + std::to_string(ADoorFd), "-N1"});
+  };
   const struct {
     const char* What;
-    std::string Drop, Lines, Console;
+    std::function<void(int)> DoorSide;
+    std::string Console, Heard;
   } Cases[] = {
-      {"missing drop file", "DOOR32.SYS", "", NotSupported + D + "/DOOR32.SYS\n\n"},
-      {"a name of no known format", "drop.txt", "2\n5\n", NotSupported + D + "/drop.txt\n\n"},
-      {"a directory", "", "", NotSupported + D + "/\n\n"},
-      {"a negative handle below -1", "DOOR32.SYS", Door32("2", "-3"), "\n  Invalid comm number: -3\n\n"},
+      {"missing drop file", Starting("-D{drop}", D, "DOOR32.SYS"), NotSupported + D + "/DOOR32.SYS\n\n", ""},
+      {"a name of no known format", Starting("-D{drop}", D, "drop.txt", "2\n5\n"),
+       NotSupported + D + "/drop.txt\n\n", ""},
+      {"a directory", Starting("-D{drop}", D), NotSupported + D + "/\n\n", ""},
+      {"a negative handle below -1", Starting("-D{drop}", D, "DOOR32.SYS", Door32("2", "-3")),
+       "\n  Invalid comm number: -3\n\n", ""},
+      {"no carrier on the link", CarrierGone, "\n  No Carrier Detected\n\n", kDoorLinkAnnouncements},
   };
   for (const auto& Case : Cases) {
-    TDoorRun Door(Starting("-D{drop}", D, Case.Drop, Case.Lines));
+    TDoorRun Door(Case.DoorSide);
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Report, "") << Case.What;  // the start never returned
     EXPECT_EQ(Door.Console, Case.Console) << Case.What;
-    EXPECT_EQ(Door.Heard, "") << Case.What;
+    EXPECT_EQ(Door.Heard, Case.Heard) << Case.What;  // the stop's words never reach the caller
     EXPECT_GE(Door.Ms, 2400) << Case.What;
     EXPECT_LT(Door.Ms, 6000) << Case.What;
   }
