@@ -37,15 +37,26 @@ void DropFollowerInPlace(std::string& AText, char ALead, char AFollow) {
   AText.resize(Out);
 }
 
-// One poll of the descriptor for input. poll() rather than select(): the number comes from
-// outside and may exceed what a descriptor set can hold. A number that is not open (poll
-// reports POLLNVAL, or ignores a negative one) counts as nothing to read, like a failed wait.
-// A pending error or hang-up counts as readable so that the receive can report it.
+void SleepMilliseconds(int AMs) {
+  const timespec Pause{AMs / 1000, (AMs % 1000) * 1000000L};
+  nanosleep(&Pause, nullptr);
+}
+
+// One poll of the descriptor for input, waiting up to ATimeoutMs (negative: no limit).
+// poll() rather than select(): the number comes from outside and may exceed what a descriptor
+// set can hold. A number that is not open counts as nothing to read, like a failed wait. poll
+// ignores a negative number and waits out the time, but reports any other at once (POLLNVAL);
+// that wait is slept out here, or a key-wait loop around it would spin. A pending error or
+// hang-up counts as readable so that the receive can report it.
 bool WaitReadable(int ATimeoutMs) {
   pollfd Poll{};
   Poll.fd = FCommNumber;
   Poll.events = POLLIN;
   if (poll(&Poll, 1, ATimeoutMs) <= 0) return false;
+  if ((Poll.revents & POLLNVAL) != 0) {
+    if (ATimeoutMs > 0) SleepMilliseconds(ATimeoutMs);
+    return false;
+  }
   return (Poll.revents & (POLLIN | POLLHUP | POLLERR)) != 0;
 }
 
@@ -70,14 +81,9 @@ void SendOnce(const void* AData, size_t ALength) {
   if (ALength > 0) (void)send(FCommNumber, AData, ALength, MSG_NOSIGNAL);
 }
 
-void SleepOneMillisecond() {
-  const timespec Pause{0, 1000000};
-  nanosleep(&Pause, nullptr);
-}
-
 void WaitForByte() {
   while (BufferEmpty()) {
-    SleepOneMillisecond();
+    SleepMilliseconds(1);
     ReceiveData();
   }
 }

@@ -64,10 +64,11 @@ int32_t CommHandle();
 // Waits up to ATimeoutMs milliseconds (0: no wait; negative: no limit) for input, in one
 // poll() on the descriptor. Returns at once with true when a received byte is already waiting.
 // When the socket turns readable, takes one block in as CommCharAvail would and returns
-// whether a byte is now deliverable. Returns false on time-out, on an interrupting signal, for
-// a descriptor that is not open, and when the receive found the peer gone (CommCarrier() is
-// then false). A closed peer keeps the socket readable, so once the carrier is lost this
-// returns false at once: a key-wait loop must test CommCarrier() to avoid spinning.
+// whether a byte is now deliverable. Returns false on time-out, early on an interrupting
+// signal, and when the receive found the peer gone (CommCarrier() is then false). A descriptor
+// that is not open never turns readable: the wait lasts the whole time-out (a negative one
+// returns false at once). A closed peer keeps the socket readable, so once the carrier is
+// lost this returns false at once: a key-wait loop must test CommCarrier() to avoid spinning.
 bool CommWaitForData(int32_t ATimeoutMs);
 
 // The inbound line-end rule, applied to one received block on its own: three whole-block

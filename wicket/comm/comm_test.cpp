@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <climits>
 #include <functional>
 #include <string>
@@ -134,7 +135,10 @@ TEST(CommOpen, NeverTouchesTheCarrierWhateverTheDescriptor) {
       CommOpen(Number);
       CommWrite("hello\xFF");
       EXPECT_FALSE(CommCharAvail()) << Number;
+      // Never readable, so the wait lasts its whole time: a key-wait loop around it can't spin.
+      const auto Start = std::chrono::steady_clock::now();
       EXPECT_FALSE(CommWaitForData(20)) << Number;
+      EXPECT_GE(std::chrono::steady_clock::now() - Start, std::chrono::milliseconds(19)) << Number;
       EXPECT_TRUE(CommCarrier()) << Number;
       CommClose(false);
       CommClose(true);

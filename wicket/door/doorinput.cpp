@@ -48,7 +48,10 @@ int64_t FLastPassLeftCount = -1;
 int64_t FLastPassIdleCount = -1;
 
 int64_t WholeSeconds(double AFirst, double ASecond) {
-  return static_cast<int64_t>((std::fabs(AFirst - ASecond) + FHalfMillisecondInDays) * 86400.0);
+  const double Seconds = (std::fabs(AFirst - ASecond) + FHalfMillisecondInDays) * 86400.0;
+  // A date-time out of all range (or not a number) reads as "very long ago", never as a
+  // wrapped, negative count that would look like time still to come.
+  return Seconds < 9.0e18 ? static_cast<int64_t>(Seconds) : INT64_MAX;
 }
 
 int32_t Saturate(int64_t AValue) {
@@ -111,19 +114,16 @@ int32_t MillisecondsUntil(TSteadyClock::time_point ADeadline) {
   return static_cast<int32_t>(std::chrono::ceil<std::chrono::milliseconds>(Left).count());
 }
 
-// Sleeps on the link up to AMs, ending early when a byte arrives. What can never bring a
-// byte, a link whose carrier is gone (its socket stays readable at end of file) or a
-// descriptor that can't be polled, gets a plain sleep for the rest of the time instead, so
-// that such a wait can't spin.
+// Sleeps on the link up to AMs, ending early when a byte arrives or a signal interrupts the
+// sleep, so that the caller's loop looks again at once: a key that follows a signal (or the
+// flag a hang-up signal leaves) is not held until the next check. A link whose carrier is
+// gone can never bring a byte and its socket stays readable at end of file, so it gets a
+// plain sleep instead and such a wait can't spin.
 void WaitOnLink(int32_t AMs) {
-  if (!CommCarrier()) {
+  if (!CommCarrier())
     SleepMilliseconds(AMs);
-    return;
-  }
-  const auto Deadline = TSteadyClock::now() + std::chrono::milliseconds(AMs);
-  if (CommWaitForData(AMs)) return;
-  if (!CommCarrier()) return;  // the wait has just found the end; the next round sleeps
-  SleepMilliseconds(MillisecondsUntil(Deadline));
+  else
+    CommWaitForData(AMs);
 }
 
 // Standard input in stdio mode, while the watch is on. The console may hold a key that needs no

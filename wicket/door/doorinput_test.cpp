@@ -58,7 +58,9 @@ TEST(DoorSecondsBetween, CountsWholeSecondsEitherWayAndSaturates) {
   for (const auto& [DeltaMs, Seconds] :
        {std::pair{999, 0}, {1000, 1}, {-1000, 1}, {1999, 1}, {-3600000, 3600}})
     EXPECT_EQ(DoorSecondsBetween(Base + DeltaMs * kMsInDays, Base), Seconds) << DeltaMs;
-  EXPECT_EQ(DoorSecondsBetween(Base, 0), INT32_MAX);  // a time never stamped is long ago
+  // A time never stamped is long ago; one an application set out of all range is too.
+  for (const double Far : {0.0, 1e300, -HUGE_VAL, double(NAN)})
+    EXPECT_EQ(DoorSecondsBetween(Base, Far), INT32_MAX) << Far;
 }
 
 // One DoorReadKey per expected key, each timed in the door child: the earliest and latest
@@ -141,6 +143,29 @@ TEST(DoorReadKey, StdioModeReadsTheLocalKeyboard) {
     PlayCaller(Door.Input, {{300, "x"}, {300, "\x1B[A"}, {300, "\x1B"}});
     EXPECT_EQ(FinishDoor(Door), 0);
   }
+}
+
+// A signal that interrupts the sleep on the link (a window change, a child ending) must not
+// hold back a key that follows it until the next once-a-second check.
+TEST(DoorReadKey, AKeyRightAfterASignalStillReturnsAtOnce) {
+  TDoorRun Door(
+      [](int) {
+        struct sigaction Ignore {};
+        Ignore.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &Ignore, nullptr);
+        DoorSession.TimeOn = DoorLastKey.Time = DoorNow();
+        DoorSession.Events = true;
+        DoorReport("ready");
+        ExpectKeys({{'k', false, 150, 600}});
+      },
+      kOnLink);
+  std::string Seen;
+  ASSERT_TRUE(WaitFor(Door.ReportFd, Seen, "ready"));
+  Sleep(200);
+  kill(Door.Pid, SIGUSR1);
+  Sleep(30);
+  Send(Door.Caller, "k");
+  EXPECT_EQ(FinishDoor(Door), 0);
 }
 
 // --- The watch: carrier, idle limit, time limit ---------------------------------------------
