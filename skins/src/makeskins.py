@@ -13,8 +13,9 @@ Usage:
                                              check skins drawn by other means
 
 Every skin frames the door's text box (rows 2-22, columns 13-68) with a
-border on columns 12 and 69 and rows 1 and 23, keeps row 1 from column 74
-free for the item counter and row 25 free for the command line.
+border on columns 12 and 69 and rows 1 and 23, leaves row 1 from column 74
+to the item counter (which paints over whatever stands there) and keeps row 25
+free for the command line.
 """
 
 import math
