@@ -221,10 +221,23 @@ static bool AskCursor(int32_t& AX, int32_t& AY) {
   return Found;
 }
 
+// A door started with descriptor 0 or 1 closed would hand that number to the next file or socket
+// it opens: keys would be read from a feed connection, console bytes written into it. /dev/null
+// holds the place instead, so such a door sees the end of its input and writes into nothing.
+static void HoldStandardDescriptor(int AFd) {
+  if (fcntl(AFd, F_GETFD) != -1 || errno != EBADF) return;
+  int Null = open("/dev/null", O_RDWR);
+  if (Null < 0 || Null == AFd) return;
+  dup2(Null, AFd);
+  close(Null);
+}
+
 void ConsoleInit() {
   if (FStarted) return;
   FStarted = true;
 
+  HoldStandardDescriptor(0);
+  HoldStandardDescriptor(1);
   OutputRedir = isatty(1) == 0;
   InputRedir = isatty(0) == 0;
   if (!InputRedir && !OutputRedir) {
@@ -595,12 +608,13 @@ void NormVideo() {
   TextBackground(0);
 }
 
+// Sent also when output is redirected: only colour and clearing sequences are held back there.
 void CursorOn() {
   TConsoleUpdate Update;
-  if (!OutputRedir) ConsoleEmit("\x1b[?2c");
+  ConsoleEmit("\x1b[?2c");
 }
 
 void CursorOff() {
   TConsoleUpdate Update;
-  if (!OutputRedir) ConsoleEmit("\x1b[?1c");
+  ConsoleEmit("\x1b[?1c");
 }

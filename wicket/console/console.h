@@ -28,8 +28,12 @@
 //    it should call ConsoleRestoreTerminal().
 //
 // With `OutputRedir` (a pipe, a file, a socket) the same code runs: cursor and shadow are tracked
-// and nothing fails, but no colour, cursor, clearing or repaint sequence is sent. Text bytes go to
-// descriptor 1, and GotoXY sends a single LF when it moves exactly one row down.
+// and nothing fails, but no colour, cursor position, clearing or repaint sequence is sent. Text
+// bytes and the cursor shape sequences go to descriptor 1, and GotoXY sends a single LF when it
+// moves exactly one row down.
+//
+// A descriptor 0 or 1 that is closed at start is opened on /dev/null, so that no file or socket
+// the program opens later takes its place: such a door reads the end of its input at once.
 //
 // Output is gathered in a buffer of up to 1024 bytes and written to descriptor 1 at the end of
 // each write operation (or of the outermost ConsoleBeginUpdate/ConsoleEndUpdate pair).
@@ -133,7 +137,7 @@ void HighVideo();                      // TextColor(TextAttr | 8)
 void LowVideo();                       // TextColor(TextAttr & 0x77)
 void NormVideo();                      // TextColor(7), TextBackground(0)
 
-// Cursor shape: ESC "[?2c" shows the cursor, ESC "[?1c" hides it (not sent when redirected).
+// Cursor shape: ESC "[?2c" shows the cursor, ESC "[?1c" hides it (also sent when redirected).
 void CursorOn();
 void CursorOff();
 

@@ -2,6 +2,7 @@
 // shadow buffer and cursor the layer keeps, keys, and the terminal mode on every way out. Every
 // case runs in a forked child (console_testutil.h), so termios, signal and exit handlers of this
 // test process are never touched.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -173,7 +174,8 @@ TEST(ConsoleOutput, BytesOnTheTerminal) {
   }
 }
 
-// Redirected output: text only, whatever the operations, and the cursor and shadow still kept.
+// Redirected output: text and cursor shape, no colour, clearing or positioning, and the cursor and
+// shadow still kept.
 TEST(ConsoleOutput, RedirectedSendsTextOnly) {
   TChildRun Run = RunConsoleChild(OnPipes(), [] {
     ConsoleInit();
@@ -192,7 +194,7 @@ TEST(ConsoleOutput, RedirectedSendsTextOnly) {
     return Say({Start, "cursor", Cursor(), ShadowText(1, 1, 3), ShadowAttr(1, 1)});
   });
   EXPECT_EQ(Run.Report, "redirected 1 1 size 80 25 cursor 2,1 z   14");
-  EXPECT_EQ(Visible(Run.Output), Visible("a\r\nb       c\n\nz"));
+  EXPECT_EQ(Visible(Run.Output), Visible("a\r\nb       c\x1b[?1c\n\nz"));
 }
 
 // Shadow and cursor after text output in windows; the same on a terminal or a pipe.
@@ -347,6 +349,18 @@ TEST(ConsoleKeys, EndOfInputEndsTheDoor) {
     return std::string("not reached");
   });
   EXPECT_EQ(Run.Report, "");
+  EXPECT_EQ(ExitText(Run.Status), "exit 0");
+
+  // Started with its input closed: the next file opened must not become the keyboard.
+  Run = RunConsoleChild(OnPipes(), [] {
+    close(0);
+    ConsoleInit();
+    const int Fd = open("/dev/zero", O_RDONLY);
+    ConsoleWrite(Fd == 0 ? "taken " : "kept ");
+    ReadKey();
+    return std::string("not reached");
+  });
+  EXPECT_EQ(Run.Output, "kept ");
   EXPECT_EQ(ExitText(Run.Status), "exit 0");
 }
 

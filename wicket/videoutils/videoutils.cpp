@@ -25,7 +25,8 @@ struct TCellFrame {
   bool NeedWindow = false;
   uint8_t Attr = 7;
   int32_t MinX = 1, MinY = 1, MaxX = 1, MaxY = 1;
-  TConsoleCursor Cursor;
+  uint8_t WhereX = 1, WhereY = 1;  // window-relative, for the way back through GotoXY
+  TConsoleCursor Cursor;           // absolute, with a pending wrap of the door's own stream
 };
 
 static TCellFrame OpenFrame(uint8_t AX, uint8_t AY) {
@@ -36,6 +37,8 @@ static TCellFrame OpenFrame(uint8_t AX, uint8_t AY) {
   F.MinY = WindMinY;
   F.MaxX = WindMaxX;
   F.MaxY = WindMaxY;
+  F.WhereX = WhereX();
+  F.WhereY = WhereY();
   F.Cursor = ConsoleGetCursor();
   if (F.NeedWindow) {
     Window(1, 1, static_cast<uint8_t>(GridWidth()), static_cast<uint8_t>(GridHeight()));
@@ -50,6 +53,10 @@ static void CloseFrame(const TCellFrame& AFrame) {
     Window(static_cast<uint8_t>(AFrame.MinX), static_cast<uint8_t>(AFrame.MinY),
            static_cast<uint8_t>(AFrame.MaxX), static_cast<uint8_t>(AFrame.MaxY));
   }
+  // The way back goes through GotoXY like the way there, so that redirected output gets its LF
+  // when the cursor returns to the row below the one written; then the exact cursor, which GotoXY
+  // cannot express when the door's stream left it waiting to wrap.
+  GotoXY(AFrame.WhereX, AFrame.WhereY);
   ConsoleSetCursor(AFrame.Cursor);
 }
 

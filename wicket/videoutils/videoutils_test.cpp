@@ -111,6 +111,27 @@ TEST(FastWrite, BytesOnTheTerminal) {
             Visible("hello\x1b[25;70H\x1b[0;1;37;44m12:00\x1b[1;6H\x1b[0;37;40m!"));
 }
 
+// Redirected output sees the frame's moves as a printer would: a LF for each move to the row below,
+// on the way there and on the way back (after the window, whose top left corner it starts from).
+TEST(FastWrite, RedirectedSendsTheLineFeedsOfItsMoves) {
+  const struct {
+    uint8_t WindowY, CursorY, Row;
+    const char* Want;
+  } Cases[] = {{1, 1, 2, "\nx"}, {1, 3, 2, "x\n"}, {1, 5, 9, "x"}, {2, 2, 10, "x\n"}, {2, 1, 10, "x"}};
+  for (const auto& Case : Cases) {
+    SCOPED_TRACE(std::to_string(Case.WindowY) + "," + std::to_string(Case.CursorY));
+    const TChildRun Run = RunConsoleChild(OnPipes(), [&] {
+      Window(1, Case.WindowY, 80, 25);
+      GotoXY(1, Case.CursorY);
+      ConsoleWrite("|\r");  // moves before this point are not part of the case
+      FastWrite("x", 1, Case.Row, 7);
+      return Cursor();
+    });
+    EXPECT_EQ(Visible(Run.Output.substr(Run.Output.find('|') + 2)), Visible(Case.Want));
+    EXPECT_EQ(Run.Report, "1," + std::to_string(Case.CursorY));
+  }
+}
+
 // A console smaller than the grid: no read outside the buffer, no write that wraps or scrolls.
 TEST(CellAccess, SmallConsole) {
   TChildOptions Options;
