@@ -214,8 +214,11 @@ struct TConnection {
   SSL_CTX* Ctx = nullptr;
   BIO_METHOD* BioMethod = nullptr;
   SSL* Ssl = nullptr;
+  // Every read and write, the TLS handshake's and close_notify's included, ends by this time,
+  // so that a server that stalls or trickles cannot keep the caller waiting past it.
+  TClock::time_point Deadline{};
   bool TlsBroken = false;  // after a fatal TLS error or a time-out no close_notify is sent
-  bool TimedOut = false;   // the last failed socket call waited FetchIoTimeoutMs in vain
+  bool TimedOut = false;   // the last failed socket call ran into Deadline
   bool PeerEnded = false;  // the socket has reported the end of the stream
   bool GotAny = false;     // at least one byte has come from the peer
 
@@ -246,12 +249,9 @@ int WaitReady(int AFd, short AEvents, TClock::time_point ADeadline) {
   }
 }
 
-TClock::time_point IoDeadline() { return TClock::now() + std::chrono::milliseconds(FetchIoTimeoutMs); }
-
-// One recv of at most ASize bytes, waiting for data up to the I/O time-out.
+// One recv of at most ASize bytes, waiting for data up to the connection's deadline.
 // Returns the count, 0 at the end of the stream, -1 on failure (TimedOut tells which).
 ssize_t ReadSome(TConnection& AConn, char* ABuffer, size_t ASize) {
-  const auto Deadline = IoDeadline();
   for (;;) {
     const ssize_t R = recv(AConn.Fd, ABuffer, ASize, MSG_DONTWAIT);
     if (R >= 0) {
@@ -261,7 +261,7 @@ ssize_t ReadSome(TConnection& AConn, char* ABuffer, size_t ASize) {
     }
     if (errno == EINTR) continue;
     if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    const int W = WaitReady(AConn.Fd, POLLIN, Deadline);
+    const int W = WaitReady(AConn.Fd, POLLIN, AConn.Deadline);
     if (W == 0) AConn.TimedOut = true;
     if (W <= 0) return -1;
   }
@@ -269,13 +269,12 @@ ssize_t ReadSome(TConnection& AConn, char* ABuffer, size_t ASize) {
 
 // One send of at most ASize bytes, never raising SIGPIPE; -1 on failure as above.
 ssize_t WriteSome(TConnection& AConn, const char* AData, size_t ASize) {
-  const auto Deadline = IoDeadline();
   for (;;) {
     const ssize_t R = send(AConn.Fd, AData, ASize, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (R >= 0) return R;
     if (errno == EINTR) continue;
     if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    const int W = WaitReady(AConn.Fd, POLLOUT, Deadline);
+    const int W = WaitReady(AConn.Fd, POLLOUT, AConn.Deadline);
     if (W == 0) AConn.TimedOut = true;
     if (W <= 0) return -1;
   }
@@ -606,7 +605,11 @@ std::string SimpleGet(const std::string& Url) {
 
   TConnection Conn;
   if (Tls) InitTls(Conn);
-  ConnectTcp(Conn, ResolveHost(Parts.Host), Port, Where);
+  const in_addr Address = ResolveHost(Parts.Host);
+  // One bound for the whole exchange rather than one per read: a server that sends a byte
+  // now and then would otherwise hold the caller for as long as it likes.
+  Conn.Deadline = TClock::now() + std::chrono::milliseconds(FetchIoTimeoutMs);
+  ConnectTcp(Conn, Address, Port, Where);
   if (Tls) HandshakeTls(Conn, Parts.Host, Where);
   SendRequest(Conn, BuildGetRequest(Parts));
   const THttpSource Source{&Conn, Tls ? ReadTls : ReadPlain};

@@ -8,10 +8,11 @@
 // code that reads a socket or a TLS session can be fed from memory by tests and fuzz targets.
 //
 // Decisions where the wire contract is silent:
-// - Reads and writes after the TCP connect (the TLS handshake included) wait at most
-//   FetchIoTimeoutMs for progress, so a stalled server holds the caller for at most that long
-//   after its last byte; the failures read "Timed out reading data from socket" and
-//   "Timed out writing data to socket".
+// - Once the host name is resolved, the whole exchange (connect, TLS handshake, request and
+//   response) must be over within FetchIoTimeoutMs, 30 s; the connect alone keeps its 3 s. So a
+//   server that stalls, or one that trickles a byte now and then, holds the caller no longer
+//   than that; the failures read "Timed out reading data from socket" and "Timed out writing
+//   data to socket". A feed that needs more than 30 s to arrive is not served.
 // - Every send uses MSG_NOSIGNAL, the TLS session included (it writes through our own BIO),
 //   so a server that resets the connection gives a failure text, never a SIGPIPE death. The
 //   process's signal dispositions are not touched.
@@ -83,8 +84,8 @@ struct TMemorySource {
 };
 THttpSource MemorySource(TMemorySource& AMemory);
 
-// How long a read or write after the TCP connect may wait for progress before the fetch fails.
-// Program-wide; tests shorten it.
+// How long the exchange may take, counted from the start of the TCP connect, before a read or
+// write that is still waiting fails the fetch. Program-wide; tests shorten it.
 extern int FetchIoTimeoutMs;
 // How long the TCP connect may take.
 constexpr int FETCH_CONNECT_TIMEOUT_MS = 3000;

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +22,25 @@ using namespace std::chrono_literals;
 
 struct FetchNet : ::testing::Test {
   void SetUp() override { FetchIoTimeoutMs = 30000; }
+};
+
+// While it lives, SIGALRM comes every 10 ms to a handler that does nothing, without SA_RESTART:
+// every wait of the fetch is cut short again and again and must go on to its own deadline (a
+// door's signal handlers can fire during a fetch too).
+struct TSignalRain {
+  struct sigaction Old {};
+  TSignalRain() {
+    struct sigaction Quiet {};
+    Quiet.sa_handler = [](int) {};
+    sigaction(SIGALRM, &Quiet, &Old);
+    const itimerval Every{{0, 10000}, {0, 10000}};
+    setitimer(ITIMER_REAL, &Every, nullptr);
+  }
+  ~TSignalRain() {
+    const itimerval Off{};
+    setitimer(ITIMER_REAL, &Off, nullptr);
+    sigaction(SIGALRM, &Old, nullptr);
+  }
 };
 
 const std::string READ_TIMEOUT = "!Timed out reading data from socket";
@@ -57,12 +77,18 @@ TEST_F(FetchNet, TlsWithSelfSignedAndExpiredCertificates) {
   for (bool Expired : {false, true}) {
     TTestServer Server;
     Server.Tls = TestCertificate(Expired);
-    // One TLS record per byte crosses every record and read boundary.
+    SCOPED_TRACE(Expired ? "expired" : "self-signed");
+    // One TLS record per byte crosses every record and read boundary. A body that runs to the
+    // end may end without a close_notify; a session closed before the status line is no feed.
     Server.Replies = {
         {.Bytes = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2\r\nde\r\n0\r\n\r\n",
-         .PieceSize = 1}};
+         .PieceSize = 1},
+        {.Bytes = "HTTP/1.1 200 OK\r\n\r\nto the end", .End = seTcpClose},
+        {.Bytes = ""}};
     StartTestServer(Server);
-    EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "abcde") << (Expired ? "expired" : "self-signed");
+    EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "abcde");
+    EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "to the end");
+    EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "");
   }
 }
 
@@ -114,6 +140,7 @@ TEST_F(FetchNet, ConnectTimesOutAfterThreeSeconds) {
   std::string Got;
   std::chrono::steady_clock::duration Took{};
   if (Full) {
+    TSignalRain Rain;
     const auto Start = std::chrono::steady_clock::now();
     Got = FetchOutcome("http://" + Where + "/");
     Took = std::chrono::steady_clock::now() - Start;
@@ -127,19 +154,25 @@ TEST_F(FetchNet, ConnectTimesOutAfterThreeSeconds) {
 }
 
 TEST_F(FetchNet, StalledServerTimesOut) {
-  FetchIoTimeoutMs = 300;
+  FetchIoTimeoutMs = 500;
+  TSignalRain Rain;
   for (bool Tls : {false, true}) {
     SCOPED_TRACE(Tls ? "TLS" : "plain");
     TTestServer Server;
     if (Tls) Server.Tls = TestCertificate();
-    // Silent after the request; stalled in the body; no longer reading the request.
+    // Silent after the request; stalled in the body; no longer reading the request; and a
+    // trickle whose every gap is short but which would need a second in all.
     Server.Replies = {{.End = seStall},
                       {.Bytes = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\npart", .End = seStall},
-                      {.ReadLimit = 1000, .End = seStall}};
+                      {.ReadLimit = 1000, .End = seStall},
+                      {.Bytes = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n" + std::string(100, 'x'),
+                       .PieceSize = 4,
+                       .PieceDelayMs = 30}};
     StartTestServer(Server);
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), READ_TIMEOUT);
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), READ_TIMEOUT);
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, HUGE_PATH)), WRITE_TIMEOUT);
+    EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), READ_TIMEOUT);
   }
   // A TLS handshake that gets no answer.
   TTestServer Mute;

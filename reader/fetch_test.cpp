@@ -145,6 +145,8 @@ const TResponseCase RESPONSES[] = {
     {"not found", "HTTP/1.1 404 Not Found\r\nContent-Length: 3\r\n\r\nnah",
      "!Unexpected response status code: 404"},
     {"status without headers", "HTTP/1.1 401 Unauthorized\r\n", "!Unexpected response status code: 401"},
+    {"redirect not followed", "HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/feed.xml\r\n\r\n",
+     "!Unexpected response status code: 302"},
 };
 
 // The body, or "!" and the failure text.

@@ -1,7 +1,8 @@
 // The scripted loopback server, the certificate maker and the outcome helper behind the fetch
 // tests. The server runs in a thread of the test process; it blocks SIGPIPE in that thread only,
 // so a client that hangs up early cannot kill the test, while the code under test still runs
-// with the default disposition and would die if it wrote without MSG_NOSIGNAL.
+// with the default disposition and would die if it wrote without MSG_NOSIGNAL. It blocks SIGALRM
+// too, so that a test's timer signals land in the fetch.
 #include "fetch_testutil.h"
 
 #include <arpa/inet.h>
@@ -67,8 +68,10 @@ bool ServeOne(TTestServer& AServer, TServerConn& AConn, const TServerReply& ARep
   }
   AServer.Requests.push_back(Request);
   const size_t Piece = AReply.PieceSize > 0 ? AReply.PieceSize : std::max<size_t>(AReply.Bytes.size(), 1);
-  for (size_t Pos = 0; Pos < AReply.Bytes.size(); Pos += Piece)
+  for (size_t Pos = 0; Pos < AReply.Bytes.size(); Pos += Piece) {
+    if (Pos > 0) std::this_thread::sleep_for(std::chrono::milliseconds(AReply.PieceDelayMs));
     if (!ConnWrite(AConn, AReply.Bytes.data() + Pos, std::min(Piece, AReply.Bytes.size() - Pos))) break;
+  }
   if (AReply.End == seStall) return true;
   if (AReply.End == seFinThenReset) {
     shutdown(AConn.Fd, SHUT_WR);
@@ -77,7 +80,7 @@ bool ServeOne(TTestServer& AServer, TServerConn& AConn, const TServerReply& ARep
   if (AReply.End == seReset || AReply.End == seFinThenReset) {
     const linger Now{1, 0};
     setsockopt(AConn.Fd, SOL_SOCKET, SO_LINGER, &Now, sizeof Now);
-  } else if (AConn.Ssl) {
+  } else if (AConn.Ssl && AReply.End == seClose) {
     SSL_shutdown(AConn.Ssl);
   }
   return false;
@@ -89,10 +92,6 @@ void CloseConn(TServerConn& AConn) {
 }
 
 void ServeConnections(TTestServer* AServer) {
-  sigset_t Pipe;
-  sigemptyset(&Pipe);
-  sigaddset(&Pipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &Pipe, nullptr);
   std::vector<TServerConn> Stalled;  // open and silent until the server stops
   for (size_t Index = 0;;) {
     TServerConn Conn;
@@ -140,7 +139,15 @@ void StartTestServer(TTestServer& AServer) {
       getsockname(AServer.ListenFd, reinterpret_cast<sockaddr*>(&Address), &Size) < 0)
     throw std::runtime_error("test server: cannot listen on 127.0.0.1");
   AServer.Port = ntohs(Address.sin_port);
+  // The thread inherits the mask from its start on: no signal of a test's timer can reach it
+  // before it runs. SIGALRM is for the fetch under test (interrupted waits).
+  sigset_t Blocked, Old;
+  sigemptyset(&Blocked);
+  sigaddset(&Blocked, SIGPIPE);
+  sigaddset(&Blocked, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, &Blocked, &Old);
   AServer.Thread = std::thread(ServeConnections, &AServer);
+  pthread_sigmask(SIG_SETMASK, &Old, nullptr);
 }
 
 void StopTestServer(TTestServer& AServer) {

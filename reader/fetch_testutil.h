@@ -15,6 +15,7 @@
 // How the server leaves a connection once its reply is out.
 enum TServerEnd {
   seClose,         // orderly close (a TLS close_notify first)
+  seTcpClose,      // a FIN without a TLS close_notify, as many HTTPS servers end
   seReset,         // an RST: SO_LINGER with time 0
   seStall,         // keep the connection open and silent until the server stops; serve the next one
   seFinThenReset,  // a FIN at once, an RST a moment later: the next write of the peer fails with EPIPE
@@ -25,6 +26,7 @@ struct TServerReply {
   std::string Bytes;            // sent once the request has been read
   size_t ReadLimit = SIZE_MAX;  // request bytes read at most, up to its empty line (0: send at once)
   size_t PieceSize = 0;         // > 0: send in pieces of this size, one write (TLS record) each
+  int PieceDelayMs = 0;         // pause before each piece but the first: a server that trickles
   TServerEnd End = seClose;
 };
 
