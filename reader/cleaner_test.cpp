@@ -125,6 +125,19 @@ TEST(CleanTextForBBS, SpacesOutLeadingCapitalsAndSentences) {
   });
 }
 
+// Each row is cleaned differently if two of the steps swap places.
+TEST(CleanTextForBBS, RunsItsStepsInOrder) {
+  ExpectCleaned({
+      // Bytes made by numeric entities are repaired; a tag inside a damaged quote prevents the
+      // first repair (its C3 87 then folds to "C") but not the second, which comes after tags.
+      {"&#206;&#147;&#195;&#135;&#194;&#163;x|\xCE\x93<b>\xC3\x87\xC2\xA3|"
+       "\xC3\xA2\xE2\x82\xAC\xC5\x93<i>*</i>\xC3\xA2\xE2\x82\xAC",
+       "\"x|C|*"},
+      // The replacement character goes before full stops get their blank, and tags before labels.
+      {"end.\xEF\xBF\xBDNext Current User's<b/> Login: x\nrest", "end. Next x\nrest"},
+  });
+}
+
 TEST(CleanTextForBBS, RemovesLoginAndTimeStampLabelsUpToOneByteAfterThem) {
   ExpectCleaned({
       {LOGIN + " alice\nNext", "alice\nNext"},
