@@ -24,6 +24,7 @@
 #include "stringutils/strbasics.h"
 
 int FetchIoTimeoutMs = 30000;
+size_t FetchMaxResponseBytes = 32u << 20;
 
 namespace {
 
@@ -68,6 +69,7 @@ struct TStream {
   const THttpSource* Source = nullptr;
   std::string Buf;
   size_t Pos = 0;
+  size_t Total = 0;  // every byte the source has given, headers included
   bool Ended = false;
 };
 
@@ -83,6 +85,9 @@ size_t ReadBlockInto(TStream& AStream, std::string& ATarget, size_t AMax) {
   Got = std::min(Got, Want);
   ATarget.resize(Old + Got);
   if (Got == 0) AStream.Ended = true;
+  AStream.Total += Got;
+  if (AStream.Total > FetchMaxResponseBytes)
+    Fail("Feed too large: more than " + std::to_string(FetchMaxResponseBytes) + " bytes");
   return Got;
 }
 

@@ -21,6 +21,10 @@
 // - A plain connection reset before the server sent a single byte reads as a server that
 //   closed at once (an empty body), because that is what such a server looks like when our
 //   request reached it unread. A reset after the first byte is "Error reading data from socket".
+// - A response of more than FetchMaxResponseBytes (32 MiB, six times the largest feed we have
+//   met) fails with "Feed too large: more than 33554432 bytes": the scanner keeps every line of
+//   the body as a string of its own, so a hostile feed of line ends alone would otherwise cost
+//   some thirty times its size in memory.
 // - A negative Content-Length counts as a missing one: the body runs to the end of the
 //   connection.
 // - A chunk size is reported in full when it passes the limit ("Got 4294967295" for eight F).
@@ -87,6 +91,9 @@ THttpSource MemorySource(TMemorySource& AMemory);
 // How long the exchange may take, counted from the start of the TCP connect, before a read or
 // write that is still waiting fails the fetch. Program-wide; tests shorten it.
 extern int FetchIoTimeoutMs;
+// The most bytes a response may have, status line and headers included. Program-wide; tests
+// lower it.
+extern size_t FetchMaxResponseBytes;
 // How long the TCP connect may take.
 constexpr int FETCH_CONNECT_TIMEOUT_MS = 3000;
 

@@ -190,6 +190,23 @@ TEST(SimpleGet, LoopbackResponses) {
   }
 }
 
+// Whatever way the body comes, the whole response has one ceiling, so that a hostile feed
+// can't make the door grow without end; a response just under it is read in full.
+TEST(ReadHttpResponse, ResponseOverTheCeilingFails) {
+  const size_t Saved = FetchMaxResponseBytes;
+  FetchMaxResponseBytes = 1000;
+  const std::string Head = OK + "\r\n";
+  const std::string Fits = Head + std::string(1000 - Head.size(), 'x');
+  const std::string Chunk = "3E8\r\n" + std::string(1000, '\n') + "\r\n";
+  for (const std::string& Response : {Head + std::string(5000, '\n'), CHUNKED + Chunk + "0\r\n\r\n",
+                                      OK + "Content-Length: 2000\r\n\r\n" + std::string(2000, 'x'),
+                                      OK + "X-Long: " + std::string(5000, 'h') + "\r\n\r\n"})
+    for (size_t Piece : {0, 7})
+      EXPECT_EQ(Outcome(Response, Piece), "!Feed too large: more than 1000 bytes") << Response.substr(0, 40);
+  EXPECT_EQ(Outcome(Fits, 0), Fits.substr(Head.size()));
+  FetchMaxResponseBytes = Saved;
+}
+
 // A large body cut into chunks of random sizes, read through pieces that fall everywhere.
 TEST(ReadHttpResponse, LargeChunkedBodyAcrossBoundaries) {
   std::mt19937 Random(7);
