@@ -65,7 +65,7 @@ volatile sig_atomic_t FHangupSignalled = 0;
 // Everything here is safe in a signal handler: the terminal is put back at once. In stdio mode
 // standard input becomes an empty file, so that the key wait finds the end of input and the
 // console ends the process with exit(0), running every exit handler on the way. On a socket
-// link the flag makes the key wait do the same at its next turn, within about a second.
+// link the flag makes the key wait do the same: the signal wakes its sleep, so at once.
 void OnHangupSignal(int) {
   ConsoleRestoreTerminal();
   FHangupSignalled = 1;
