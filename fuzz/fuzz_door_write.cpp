@@ -1,18 +1,23 @@
-// Text through DoorWrite with pipe and Seth codes on, to a socketpair whose far end the target
-// drains after each input. The first byte picks the switches (pipe codes, Seth codes, sixel
-// display); the rest is the text. Checks what must hold whatever the text:
+// Text through DoorWrite with pipe and Seth codes on, to a socketpair whose far end a thread
+// reads all the time, as a caller's terminal does: a short text of many codes turns into
+// thousands of small sends, which would otherwise fill the socket and stall the run. The first
+// byte picks the switches (pipe codes, Seth codes, sixel display); the rest is the text.
+// Checks what must hold whatever the text:
 //  - with no notation active, the caller gets the text itself, 0xFF doubled;
 //  - with Seth codes on, no backtick reaches the caller (each one starts a code or is dropped),
 //    except for a text that is a lone backtick.
 // The timed Seth codes (pauses and the spinner) are turned into unknown codes so that an input
 // can't stall the run; the key pause is fed from keys queued on the link.
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "comm/comm.h"
 #include "crt2/crt2.h"
@@ -20,9 +25,26 @@
 
 namespace {
 
-constexpr size_t kMaxInput = 4096;  // output stays far below the socket's buffer
+constexpr size_t kMaxInput = 4096;  // keeps one run short
 
 int GCaller = -1;
+std::mutex GShownLock;  // held around every receive, so that the bytes keep their order
+std::string GShown;
+
+void ReceiveWaiting() {
+  char Block[65536];
+  ssize_t N;
+  while ((N = recv(GCaller, Block, sizeof Block, 0)) > 0) GShown.append(Block, static_cast<size_t>(N));
+}
+
+void CallerTerminal() {
+  for (;;) {
+    pollfd Poll{GCaller, POLLIN, 0};
+    poll(&Poll, 1, 100);
+    std::lock_guard<std::mutex> Lock(GShownLock);
+    ReceiveWaiting();
+  }
+}
 
 void OpenLinkOnce() {
   if (GCaller >= 0) return;
@@ -35,13 +57,15 @@ void OpenLinkOnce() {
   StdIO = false;
   CommOpen(Pair[1]);
   fcntl(GCaller, F_SETFL, fcntl(GCaller, F_GETFL) | O_NONBLOCK);
+  std::thread(CallerTerminal).detach();
 }
 
+// Everything the caller has received and the target not yet looked at.
 std::string Drain() {
+  std::lock_guard<std::mutex> Lock(GShownLock);
+  ReceiveWaiting();
   std::string Got;
-  char Block[65536];
-  ssize_t N;
-  while ((N = recv(GCaller, Block, sizeof Block, 0)) > 0) Got.append(Block, static_cast<size_t>(N));
+  Got.swap(GShown);
   return Got;
 }
 
