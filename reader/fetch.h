@@ -31,6 +31,10 @@
 // - SNI carries the host only when it is a name; a dotted IPv4 address is not sent as SNI.
 // - A failed TLS handshake reports the first code of OpenSSL's error queue with its text; when
 //   the queue is empty, the SSL_get_error() result alone ("SSL error code: 5").
+// - Certificates are checked only when FetchVerifyPeer is set. A server that then fails the
+//   check gives "Connect to HOST:PORT failed: certificate verify failed: " and OpenSSL's text
+//   for the reason, such as "self-signed certificate", "certificate has expired",
+//   "unable to get local issuer certificate", "hostname mismatch" or "IP address mismatch".
 #pragma once
 
 #include <cstddef>
@@ -96,6 +100,12 @@ extern int FetchIoTimeoutMs;
 extern size_t FetchMaxResponseBytes;
 // How long the TCP connect may take.
 constexpr int FETCH_CONNECT_TIMEOUT_MS = 3000;
+// Whether an https fetch checks whom it talks to: the server's certificate chain against the
+// system's trust store (OpenSSL's default paths, so SSL_CERT_FILE and SSL_CERT_DIR name another
+// one) and the certificate's names against the URL's host, or its addresses when the host is a
+// dotted IPv4 address. Off by default, because feeds on self-signed certificates are common and
+// must keep loading; the reader's -V option turns it on. Program-wide; read at each fetch.
+extern bool FetchVerifyPeer;
 
 // Fetches Url ("http" or "https", IPv4 only) with one GET and returns the body of a 200
 // response, bytes unconverted. Blocks the calling thread. Every failure is a std::runtime_error

@@ -1,5 +1,6 @@
 // The fetch against real peers: the scripted loopback server (plain and TLS, with self-signed
-// and expired certificates), refused and stalled connections, resets, and a real nginx.
+// and expired certificates, checked and unchecked), refused and stalled connections, resets, and
+// a real nginx.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <thread>
 
@@ -21,7 +23,10 @@ namespace {
 using namespace std::chrono_literals;
 
 struct FetchNet : ::testing::Test {
-  void SetUp() override { FetchIoTimeoutMs = 30000; }
+  void SetUp() override {
+    FetchIoTimeoutMs = 30000;
+    FetchVerifyPeer = false;
+  }
 };
 
 // While it lives, SIGALRM comes every 10 ms to a handler that does nothing, without SA_RESTART:
@@ -89,6 +94,59 @@ TEST_F(FetchNet, TlsWithSelfSignedAndExpiredCertificates) {
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "abcde");
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "to the end");
     EXPECT_EQ(FetchOutcome(TestServerUrl(Server, "/")), "");
+  }
+}
+
+// Asked to verify, the fetch takes a feed only from a server whose certificate the trust store
+// vouches for and which names the URL's host. SSL_CERT_FILE stands in for the system's store,
+// as OpenSSL's default paths read it; unset, the real store is used, which knows no test
+// certificate.
+TEST_F(FetchNet, CertificateVerificationWhenAsked) {
+  const TTestCertificate &Fresh = TestCertificate(), &Expired = TestCertificate(true),
+                         &Other = TestCertificate(false, "feeds.invalid");
+  const std::string Rejected = "certificate verify failed: ";
+  struct TCase {
+    const char* What;
+    bool Verify;
+    const TTestCertificate& Served;
+    std::string TrustFile;  // empty: the system's store
+    const char* Host;
+    std::string Want;  // the body, or the failure's text behind "Connect to ... failed: "
+  } Cases[] = {
+      {"off: a self-signed certificate is taken", false, Fresh, "", "localhost", "feed"},
+      {"off: so is a wrong name", false, Other, "", "localhost", "feed"},
+      {"on: the system's store does not know it", true, Fresh, "", "localhost",
+       Rejected + "self-signed certificate"},
+      {"on: trusted, issued for the host", true, Fresh, Fresh.CertFile, "localhost", "feed"},
+      {"on: trusted, issued for another name", true, Other, Other.CertFile, "localhost",
+       Rejected + "hostname mismatch"},
+      {"on: trusted, the address is not in it", true, Fresh, Fresh.CertFile, "127.0.0.1",
+       Rejected + "IP address mismatch"},
+      {"on: trusted, but expired", true, Expired, Expired.CertFile, "localhost",
+       Rejected + "certificate has expired"},
+  };
+  const char* const Saved = std::getenv("SSL_CERT_FILE");
+  const std::string Outside = Saved ? Saved : "";
+  for (const TCase& C : Cases) {
+    SCOPED_TRACE(C.What);
+    if (C.TrustFile.empty()) {
+      unsetenv("SSL_CERT_FILE");
+    } else {
+      setenv("SSL_CERT_FILE", C.TrustFile.c_str(), 1);
+    }
+    FetchVerifyPeer = C.Verify;
+    TTestServer Server;
+    Server.Tls = C.Served;
+    Server.Replies = {{"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nfeed"}};
+    StartTestServer(Server);
+    const std::string Where = std::string(C.Host) + ":" + std::to_string(Server.Port);
+    const std::string Got = FetchOutcome("https://" + Where + "/");
+    EXPECT_EQ(Got, C.Want == "feed" ? C.Want : "!Connect to " + Where + " failed: " + C.Want);
+  }
+  if (Saved) {
+    setenv("SSL_CERT_FILE", Outside.c_str(), 1);
+  } else {
+    unsetenv("SSL_CERT_FILE");
   }
 }
 

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 
 #include "fetch.h"
@@ -166,12 +167,13 @@ std::string TestServerUrl(const TTestServer& AServer, const std::string& APath) 
          std::to_string(AServer.Port) + APath;
 }
 
-const TTestCertificate& TestCertificate(bool AExpired) {
-  static TTestCertificate Made[2];
+const TTestCertificate& TestCertificate(bool AExpired, const std::string& AName) {
+  static std::map<std::string, TTestCertificate> Made;
   static TTempDir Home;
-  TTestCertificate& Cert = Made[AExpired];
+  const std::string Kind = (AExpired ? "expired-" : "fresh-") + AName;
+  TTestCertificate& Cert = Made[Kind];
   if (!Cert.CertFile.empty()) return Cert;
-  const std::filesystem::path Dir = Home.Path / (AExpired ? "expired" : "fresh");
+  const std::filesystem::path Dir = Home.Path / Kind;
   std::filesystem::create_directories(Dir);
   // "openssl req" will not date a certificate in the past; "openssl ca" takes explicit dates.
   std::ofstream(Dir / "ca.cnf")
@@ -182,10 +184,10 @@ const TTestCertificate& TestCertificate(bool AExpired) {
   const std::string Command =
       "cd '" + Dir.string() +
       "' && openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes " +
-      "-keyout key.pem -subj /CN=localhost -out req.csr && openssl ca -batch -config ca.cnf -selfsign " +
+      "-keyout key.pem -subj /CN=" + AName + " -out req.csr && openssl ca -batch -config ca.cnf -selfsign " +
       "-keyfile key.pem -in req.csr -out cert.pem -notext -startdate 20200101000000Z -enddate " +
       (AExpired ? "20200102000000Z" : "20991231000000Z");
-  if (std::system((Command + " >/dev/null 2>&1").c_str()) != 0)
+  if (std::system(("(" + Command + ") >/dev/null 2>&1").c_str()) != 0)
     throw std::runtime_error("openssl could not make a test certificate in " + Dir.string());
   Cert = {(Dir / "cert.pem").string(), (Dir / "key.pem").string()};
   return Cert;

@@ -30,14 +30,15 @@ struct TServerReply {
   TServerEnd End = seClose;
 };
 
-// A self-signed certificate for CN=localhost with its key; empty names for none.
+// A self-signed certificate with its key; empty names for none. The certificate file alone
+// serves as a trust store that vouches for it.
 struct TTestCertificate {
   std::string CertFile;
   std::string KeyFile;
 };
-// Made once per process by the `openssl` command; AExpired gives one that ran out in 2020.
-// Throws when the command fails.
-const TTestCertificate& TestCertificate(bool AExpired = false);
+// Made once per process and name by the `openssl` command, for CN=AName and no other name;
+// AExpired gives one that ran out in 2020. Throws when the command fails.
+const TTestCertificate& TestCertificate(bool AExpired = false, const std::string& AName = "localhost");
 
 // A server on 127.0.0.1. Connection N (from 0) gets Replies[N], the last one for all later
 // connections. TLS when Tls is set. Stopped and joined on destruction.

@@ -1,6 +1,8 @@
-// The main flow's decisions: the settings file from the command line, the item loop's keys and
-// moves, and the release of the feed text.
+// The main flow's decisions: the settings file and the reader's own option from the command
+// line, the item loop's keys and moves, and the release of the feed text.
 #include "flow.h"
+
+#include "fetch.h"
 
 std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs) {
   std::string Name = DEFAULT_CONFIG_FILE;
@@ -8,6 +10,10 @@ std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs) {
     if (AArgs[I][0] == '@') Name = AArgs[I] + 1;
   }
   return Name;
+}
+
+void ReaderOnCLP(uint8_t AKey, const std::string&) {
+  if (AKey == 'V') FetchVerifyPeer = true;
 }
 
 TItemCommand ItemCommandForKey(uint8_t AKey, bool AExitOnEnter) {

@@ -1,5 +1,5 @@
 // The decisions of the reader's main flow, kept apart from tamblin.cpp so that they can be
-// tested without running a door: which settings file the command line names, what a key
+// tested without running a door: which settings file and options the command line names, what a key
 // means in the item loop, and the release of the feed text at the end of a run.
 #pragma once
 
@@ -15,6 +15,12 @@ inline constexpr const char* DEFAULT_CONFIG_FILE = "tamblin.cfg";
 // empty path, which then can't be opened). AArgs[0] is the program and is not looked at;
 // empty arguments are passed over. DEFAULT_CONFIG_FILE when no argument begins with "@".
 std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs);
+
+// The reader's own command-line option, for DoorOnCLP (set before DoorStartup): -V (any case,
+// any value behind it) has https feeds fetched only from a server whose certificate the
+// system trusts for the URL's host. Letters the door passes on that mean nothing here, such as
+// the -L of the usage screen, are passed over.
+void ReaderOnCLP(uint8_t AKey, const std::string& AValue);
 
 // What a key does in the item loop.
 enum TItemCommand : uint8_t { icNone, icAbout, icNext, icPrevious, icQuit };

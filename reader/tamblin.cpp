@@ -35,6 +35,7 @@ static void ReadItems() {
 }
 
 static void RunReader(int AArgc, const char* const* AArgs) {
+  DoorOnCLP = ReaderOnCLP;  // -V: https only from a server the system's trust store vouches for
   DoorStartup();
   ConfigFileName = ConfigFileFromArgs(AArgc, AArgs);
   LoadConfig(ConfigFileName);  // no handler: a missing file ends the run with 217

@@ -1,14 +1,15 @@
-// End-to-end runs of the real tamblin program: a loopback feed server, a working folder with
-// settings and skins, and the test as the caller, in stdio mode (keys on a pipe, the screen on
-// standard output) and over a socket link (a socketpair handed down as -S3). What is checked is
-// what a caller and a sysop see: the bytes of the first paint, the screen after each key, the
-// exit status and standard error.
+// End-to-end runs of the real tamblin program: a loopback feed server (the fetch tests' TLS
+// server for https), a working folder with settings and skins, and the test as the caller, in
+// stdio mode (keys on a pipe, the screen on standard output) and over a socket link (a
+// socketpair handed down as -S3). What is checked is what a caller and a sysop see: the bytes
+// of the first paint, the screen after each key, the exit status and standard error.
 #include <gtest/gtest.h>
 
 #include <cctype>
 #include <filesystem>
 
 #include "feedserver.h"
+#include "fetch_testutil.h"
 #include "readerrun.h"
 #include "screenmodel.h"
 #include "testsupport.h"
@@ -234,6 +235,24 @@ TEST(ReaderRun, FetchOfAClosedPortFails) {
   const auto Run = Site.Run("");
   EXPECT_EQ(Run.ExitCode, 0) << Describe(Run);
   EXPECT_EQ(Run.Screen.find(BeforeFirstPaint() + "Error fetching RSS: "), 0u) << Describe(Run);
+}
+
+// -V has the https feed fetched only from a server the system's trust store vouches for; the
+// test's self-signed server is refused then, and read as ever without it.
+TEST(ReaderRun, VerifyOptionRefusesAnUntrustedFeedServer) {
+  TTestServer Tls;
+  Tls.Tls = TestCertificate();
+  Tls.Replies = {{HttpOk(Feed(1))}};
+  StartTestServer(Tls);
+  TReaderSite Site(Feed(1));
+  WriteWholeFile(Site.Dir.Path / "tamblin.cfg", SettingsText(TestServerUrl(Tls, "/feed.xml"), "tiny.ans"));
+  const auto Trusting = Site.Run("q");
+  EXPECT_EQ(ScreenText(Shown(Trusting.Screen), 38, 3, 6), "Item 1") << Describe(Trusting);
+  const auto Verifying = Site.Run("q", rlStdio, {"-V"});
+  EXPECT_EQ(Verifying.ExitCode, 0) << Describe(Verifying);
+  EXPECT_EQ(Verifying.Screen, BeforeFirstPaint() +
+                                  "Error fetching RSS: Connect to 127.0.0.1:" + std::to_string(Tls.Port) +
+                                  " failed: certificate verify failed: self-signed certificate\r\n");
 }
 
 TEST(ReaderRun, EmptyFeedSaysSoAndEnds) {
