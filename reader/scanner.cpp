@@ -1,7 +1,9 @@
-// The feed item scanner: normalises the body's line ends, cuts out every "<item>" ...
-// "</item>" span and fills the program's item list, cleaning each field on the way.
+// The feed item scanner: normalises the body's line ends in place, cuts out every "<item>" ...
+// "</item>" span and fills the program's item list, cleaning each field on the way and taking
+// every control byte out of it, so that what the display paints can't drive the terminal.
 #include "scanner.h"
 
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -9,7 +11,6 @@
 #include "cleaner.h"
 #include "config.h"
 #include "stringutils/strbasics.h"
-#include "textlines.h"
 
 std::string RSSText;
 std::vector<std::string> Feed;
@@ -21,17 +22,45 @@ namespace {
 constexpr std::string_view ITEM_OPEN = "<item>";
 constexpr std::string_view ITEM_CLOSE = "</item>";
 
-// Feed's lines, each followed by one LF: the body with every line end made a single LF.
-std::string JoinLines(const std::vector<std::string>& ALines) {
-  size_t Size = 0;
-  for (const auto& Line : ALines) Size += Line.size() + 1;
-  std::string Text;
-  Text.reserve(Size);
-  for (const auto& Line : ALines) {
-    Text += Line;
-    Text += '\n';
+// AText with every line end made a single LF, in place: CR LF and a lone CR each become one
+// LF, LF CR two. Equal, for every search the scan makes, to splitting the body into lines and
+// joining them with LF (only the LF that joining adds after a last line without a line end is
+// missing, and no item or field reaches past the last "</item>"), without a second copy.
+void NormaliseLineEnds(std::string& AText) {
+  size_t In = FindByte(AText, '\r');
+  size_t Out = In;
+  while (In != std::string_view::npos) {
+    AText[Out++] = '\n';
+    In += In + 1 < AText.size() && AText[In + 1] == '\n' ? 2 : 1;
+    // Out never passes In, so the search runs over bytes not yet moved.
+    const size_t Next = FindByte(AText, '\r', In);
+    const size_t RunEnd = Next == std::string_view::npos ? AText.size() : Next;
+    std::memmove(AText.data() + Out, AText.data() + In, RunEnd - In);
+    Out += RunEnd - In;
+    In = Next;
   }
-  return Text;
+  if (Out != std::string_view::npos) AText.resize(Out);
+}
+
+// Every control byte (0x00 to 0x1F and 0x7F, ESC among them) that a feed text still holds
+// becomes a blank, so that no feed can move the caller's cursor, retitle the window, write the
+// clipboard or have the terminal type a report back as keys. CR and LF stay in the texts whose
+// display breaks lines there (title and body), where they never reach the caller as bytes. A
+// blank rather than nothing keeps every width, wrap and centring as the feed's text gives them:
+// the word wrap already takes control bytes for blanks.
+void BlankControlBytes(std::string& AText, bool AKeepLineEnds) {
+  for (char& C : AText) {
+    const auto Byte = static_cast<uint8_t>(C);
+    if ((Byte < 0x20 || Byte == 0x7F) && !(AKeepLineEnds && (Byte == '\n' || Byte == '\r'))) C = ' ';
+  }
+}
+
+// A field as the item holds it: trimmed first, so that its length stays what the feed's text
+// gives, then made safe for the caller's terminal.
+std::string ItemField(std::string_view AValue, bool AKeepLineEnds) {
+  std::string Field = Trim(AValue);
+  BlankControlBytes(Field, AKeepLineEnds);
+  return Field;
 }
 
 // ExtractTagValue without the copy: a view into ASource.
@@ -57,8 +86,11 @@ std::string ExtractTagValue(std::string_view ASource, std::string_view ATag) {
 }
 
 void ScanFeedItems() {
-  Feed = SplitLines(RSSText);
-  const std::string Text = JoinLines(Feed);
+  // The body is taken over, not copied: a large feed is held once, and its memory goes back
+  // as soon as the items are out of it.
+  std::string Text = std::move(RSSText);
+  RSSText = std::string();
+  NormaliseLineEnds(Text);
   const std::string_view T = Text;
 
   Items.clear();
@@ -72,10 +104,12 @@ void ScanFeedItems() {
     const std::string_view ItemText = T.substr(ItemStart, ItemEnd + ITEM_CLOSE.size() - ItemStart);
 
     TRSSItem Item;
-    Item.Title = Trim(CleanTextForBBS(TagValueView(ItemText, "title")));
-    Item.Description = Trim(CleanTextForBBS(TagValueView(ItemText, "description")));
-    Item.Link = Trim(CleanTextForBBS(TagValueView(ItemText, "link")));
-    Item.PubDate = Trim(TagValueView(ItemText, "pubDate"));
+    Item.Title = ItemField(CleanTextForBBS(TagValueView(ItemText, "title")), true);
+    Item.Description = ItemField(CleanTextForBBS(TagValueView(ItemText, "description")), true);
+    Item.Link = ItemField(CleanTextForBBS(TagValueView(ItemText, "link")), true);
+    // The date is not cleaned: entities and markup stay as the feed wrote them; only its
+    // control bytes go, line ends included, since nothing wraps it.
+    Item.PubDate = ItemField(TagValueView(ItemText, "pubDate"), false);
     Items.push_back(std::move(Item));
 
     CurrPos = ItemEnd + ITEM_CLOSE.size();

@@ -10,7 +10,9 @@
 #include <vector>
 
 // One feed item. Title, Description and Link are cleaned to 7-bit text and trimmed;
-// PubDate is only trimmed and stays as the feed wrote it. Link is kept but shown nowhere.
+// PubDate is only trimmed and otherwise stays as the feed wrote it. No field holds a control
+// byte (0x00 to 0x1F, 0x7F): each became a blank, except CR and LF in Title, Description and
+// Link, where the display breaks lines. Link is kept but shown nowhere.
 struct TRSSItem {
   std::string Title;
   std::string Description;
@@ -19,9 +21,11 @@ struct TRSSItem {
   bool operator==(const TRSSItem&) const = default;
 };
 
-// The response body as fetched; the main program stores it before the scan.
+// The response body as fetched; the main program stores it before the scan, which takes it
+// over and leaves it empty.
 extern std::string RSSText;
-// The body's lines, filled by the scan; the main program may release it when it is done.
+// Once the body's lines; the scan now reads the body in place and leaves this empty. Kept for
+// the main program's release at the end of a run.
 extern std::vector<std::string> Feed;
 // The items in feed order, and their number (always Items.size() after a scan).
 extern std::vector<TRSSItem> Items;
@@ -33,8 +37,9 @@ extern int32_t ItemCount;
 // attributes is not found.
 std::string ExtractTagValue(std::string_view ASource, std::string_view ATag);
 
-// The scan of the main program: splits RSSText into Feed (CR, LF and CR LF each end a
-// line), searches the lines joined with LF, and fills Items and ItemCount with every
-// complete item in feed order until ItemCount reaches MaxItems. With MaxItems 0 or less
-// the first item is still taken. An item whose "</item>" is missing ends the scan.
+// The scan of the main program: takes RSSText over (it is empty afterwards and its memory
+// released), searches it with every line end (CR, LF, CR LF) made a single LF, and fills
+// Items and ItemCount with every complete item in feed order until ItemCount reaches
+// MaxItems. With MaxItems 0 or less the first item is still taken. An item whose "</item>"
+// is missing ends the scan. The body is held once: no copy of it or of its lines is made.
 void ScanFeedItems();
