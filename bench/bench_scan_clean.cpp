@@ -68,7 +68,7 @@ void ScanOneFeed(benchmark::State& AState, const std::string* ABody, int32_t AMa
     RSSText = *ABody;
     AState.ResumeTiming();
     ScanFeedItems();
-    benchmark::DoNotOptimize(Items.data());
+    benchmark::DoNotOptimize(Items.Ends.data());
   }
   ReportAllocations(AState, FAllocations.load() - Before, static_cast<double>(ABody->size()));
   AState.SetBytesProcessed(static_cast<int64_t>(AState.iterations()) * static_cast<int64_t>(ABody->size()));
@@ -86,7 +86,7 @@ void ScanAllFeeds(benchmark::State& AState, std::vector<TFeed>* AFeeds, int32_t 
       RSSText = One.Body;
       AState.ResumeTiming();
       ScanFeedItems();
-      benchmark::DoNotOptimize(Items.data());
+      benchmark::DoNotOptimize(Items.Ends.data());
     }
   }
   ReportAllocations(AState, FAllocations.load() - Before, static_cast<double>(Bytes));

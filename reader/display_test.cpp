@@ -57,7 +57,8 @@ TScreenModel Shown(const std::string& ABytes) {
 
 // AItem painted as the first of ATotal items.
 TScreenModel ShowOnly(const TRSSItem& AItem, int32_t ATotal) {
-  Items = {AItem};
+  Items = {};
+  AddItem(Items, AItem);
   ItemCount = 1;
   return Shown(Captured([&] { ShowItem(0, ATotal); }));
 }

@@ -3,6 +3,8 @@
 // every control byte out of it, so that what the display paints can't drive the terminal.
 #include "scanner.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -14,13 +16,14 @@
 
 std::string RSSText;
 std::vector<std::string> Feed;
-std::vector<TRSSItem> Items;
+TRSSItemList Items;
 int32_t ItemCount = 0;
 
 namespace {
 
 constexpr std::string_view ITEM_OPEN = "<item>";
 constexpr std::string_view ITEM_CLOSE = "</item>";
+constexpr size_t ITEM_FIELDS = 4;
 
 // AText with every line end made a single LF, in place: CR LF and a lone CR each become one
 // LF, LF CR two. Equal, for every search the scan makes, to splitting the body into lines and
@@ -81,6 +84,28 @@ std::string_view TagValueView(std::string_view ASource, std::string_view ATag) {
 
 }  // namespace
 
+bool AddItem(TRSSItemList& AList, const TRSSItem& AItem) {
+  const size_t Size = AList.Text.size() + AItem.Title.size() + AItem.Description.size() + AItem.Link.size() +
+                      AItem.PubDate.size();
+  if (Size > UINT32_MAX) return false;
+  for (const std::string* Field : {&AItem.Title, &AItem.Description, &AItem.Link, &AItem.PubDate}) {
+    AList.Text += *Field;
+    AList.Ends.push_back(static_cast<uint32_t>(AList.Text.size()));
+  }
+  return true;
+}
+
+TRSSItem ItemAt(const TRSSItemList& AList, int32_t AIndex) {
+  const size_t First = static_cast<size_t>(AIndex) * ITEM_FIELDS;
+  std::string Fields[ITEM_FIELDS];
+  uint32_t Start = First == 0 ? 0 : AList.Ends[First - 1];
+  for (size_t F = 0; F < ITEM_FIELDS; ++F) {
+    Fields[F].assign(AList.Text, Start, AList.Ends[First + F] - Start);
+    Start = AList.Ends[First + F];
+  }
+  return {std::move(Fields[0]), std::move(Fields[1]), std::move(Fields[2]), std::move(Fields[3])};
+}
+
 std::string ExtractTagValue(std::string_view ASource, std::string_view ATag) {
   return std::string(TagValueView(ASource, ATag));
 }
@@ -93,8 +118,17 @@ void ScanFeedItems() {
   NormaliseLineEnds(Text);
   const std::string_view T = Text;
 
-  Items.clear();
+  Items = {};
   ItemCount = 0;
+  // Room for every item the feed could hold, so that the list never grows by copying itself;
+  // what is reserved but never filled takes no memory.
+  size_t Openings = 0;
+  for (size_t At = FindBytes(T, ITEM_OPEN, 0); At != std::string_view::npos;
+       At = FindBytes(T, ITEM_OPEN, At + ITEM_OPEN.size()))
+    ++Openings;
+  Items.Ends.reserve(std::min<size_t>(Openings, static_cast<size_t>(std::max(MaxItems, 1))) * ITEM_FIELDS);
+  Items.Text.reserve(T.size());
+
   size_t CurrPos = 0;
   for (;;) {
     const size_t ItemStart = FindBytes(T, ITEM_OPEN, CurrPos);
@@ -110,7 +144,7 @@ void ScanFeedItems() {
     // The date is not cleaned: entities and markup stay as the feed wrote them; only its
     // control bytes go, line ends included, since nothing wraps it.
     Item.PubDate = ItemField(TagValueView(ItemText, "pubDate"), false);
-    Items.push_back(std::move(Item));
+    if (!AddItem(Items, Item)) break;
 
     CurrPos = ItemEnd + ITEM_CLOSE.size();
     ++ItemCount;

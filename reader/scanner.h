@@ -27,9 +27,24 @@ extern std::string RSSText;
 // Once the body's lines; the scan now reads the body in place and leaves this empty. Kept for
 // the main program's release at the end of a run.
 extern std::vector<std::string> Feed;
-// The items in feed order, and their number (always Items.size() after a scan).
-extern std::vector<TRSSItem> Items;
+// Items held compactly, so that a feed of a million tiny items costs a few bytes per item
+// beside its text rather than four strings each: every field of every item back to back in
+// one text, and for each item the end of each of its four fields in that text, in the order of
+// TRSSItem. Build it only with AddItem; "= {}" empties it.
+struct TRSSItemList {
+  std::string Text;
+  std::vector<uint32_t> Ends;
+};
+
+// The items in feed order, and their number (always the number AddItem has stored).
+extern TRSSItemList Items;
 extern int32_t ItemCount;
+
+// Stores AItem behind the items already in AList. False, storing nothing, when the list's text
+// would pass 4 GiB, far beyond anything a fetch lets through.
+bool AddItem(TRSSItemList& AList, const TRSSItem& AItem);
+// A copy of the item at AIndex (0-based, below the number stored).
+TRSSItem ItemAt(const TRSSItemList& AList, int32_t AIndex);
 
 // The bytes between the first "<" ATag ">" in ASource and the first "</" ATag ">" behind it.
 // Empty when the opening tag is missing, when no closing tag follows it, or when nothing

@@ -21,8 +21,10 @@ std::vector<TRSSItem> Scan(const std::string& ABody, int32_t AMaxItems = 50) {
   RSSText = ABody;
   MaxItems = AMaxItems;
   ScanFeedItems();
-  EXPECT_EQ(ItemCount, static_cast<int32_t>(Items.size()));
-  return Items;
+  std::vector<TRSSItem> Found;
+  for (int32_t I = 0; I < ItemCount; ++I) Found.push_back(ItemAt(Items, I));
+  EXPECT_EQ(Items.Ends.size(), Found.size() * 4);
+  return Found;
 }
 
 std::vector<std::string> Titles(const std::vector<TRSSItem>& AItems) {
