@@ -24,8 +24,8 @@ struct TRSSItem {
 // The response body as fetched; the main program stores it before the scan, which takes it
 // over and leaves it empty.
 extern std::string RSSText;
-// Once the body's lines; the scan now reads the body in place and leaves this empty. Kept for
-// the main program's release at the end of a run.
+// Left empty: the scan reads the body in place and keeps no list of its lines. The main
+// program's release at the end of a run still names it.
 extern std::vector<std::string> Feed;
 // Items held compactly, so that a feed of a million tiny items costs a few bytes per item
 // beside its text rather than four strings each: every field of every item back to back in
