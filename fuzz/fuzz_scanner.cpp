@@ -61,10 +61,10 @@ std::vector<TRSSItem> ModelScan(const std::string& ABody, int32_t AMaxItems) {
     const size_t End = T.find("</item>", Start);
     if (End == std::string::npos) break;
     const std::string ItemText = T.substr(Start, End + 7 - Start);
-    Found.push_back({Blanked(Trim(CleanTextForBBS(ExtractTagValue(ItemText, "title"))), true),
-                     Blanked(Trim(CleanTextForBBS(ExtractTagValue(ItemText, "description"))), true),
-                     Blanked(Trim(CleanTextForBBS(ExtractTagValue(ItemText, "link"))), true),
-                     Blanked(Trim(ExtractTagValue(ItemText, "pubDate")), false)});
+    Found.push_back({Trim(Blanked(CleanTextForBBS(ExtractTagValue(ItemText, "title")), true)),
+                     Trim(Blanked(CleanTextForBBS(ExtractTagValue(ItemText, "description")), true)),
+                     Trim(Blanked(CleanTextForBBS(ExtractTagValue(ItemText, "link")), true)),
+                     Trim(Blanked(ExtractTagValue(ItemText, "pubDate"), false))});
     CurrPos = End + 7;
     if (static_cast<int32_t>(Found.size()) >= AMaxItems) break;
   }

@@ -58,12 +58,12 @@ void BlankControlBytes(std::string& AText, bool AKeepLineEnds) {
   }
 }
 
-// A field as the item holds it: trimmed first, so that its length stays what the feed's text
-// gives, then made safe for the caller's terminal.
+// A field as the item holds it: made safe for the caller's terminal, then trimmed, so that a
+// DEL at either end goes with the other control bytes there and every field stays trimmed.
 std::string ItemField(std::string_view AValue, bool AKeepLineEnds) {
-  std::string Field = Trim(AValue);
+  std::string Field(AValue);
   BlankControlBytes(Field, AKeepLineEnds);
-  return Field;
+  return Trim(Field);
 }
 
 // ExtractTagValue without the copy: a view into ASource.

@@ -94,9 +94,10 @@ TEST(ScanFeedItems, TakesCompleteItemsInFeedOrderUpToMaxItems) {
 TEST(ScanFeedItems, CleansAndTrimsTextFieldsButOnlyTrimsTheDate) {
   const std::pair<std::string, TRSSItem> Cases[] = {
       {"<item><title> caf&#233; &amp; <b>more</b> </title><description>&lt;p&gt;One</description>"
-       "<link>\n http://x/?a=1&amp;b=2 \n</link><pubDate> Tue, 01 Jan &amp; <b>\xC3\xA9</b>\x01 "
+       "<link>\n http://x/?a=1&amp;b=2 \n</link><pubDate>\x7F Tue,\x1B"
+       "01\tJan &amp; <b>\xC3\xA9</b>\x01 "
        "</pubDate></item>",
-       {"caf & more", "One", "http://x/?a=1&b=2", "Tue, 01 Jan &amp; <b>\xC3\xA9</b>"}},
+       {"caf & more", "One", "http://x/?a=1&b=2", "Tue, 01 Jan &amp; <b>\xC3\xA9</b>"}},  // controls blanked
       // Fields in any order; a multi-line value reaches the cleaner with LF line ends only.
       {"<item>\r\n<pubDate>d</pubDate><description>a\r\nb\rc\n\rd\r\r\ne</description><title>t</title></"
        "item>",
