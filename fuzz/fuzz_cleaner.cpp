@@ -1,6 +1,8 @@
 // Fuzz target for the text cleaner. Checks the promise of CleanTextForBBS (trimmed 7-bit
 // text, no failure) and holds every pattern step as the cleaner runs it against PCRE2
-// running the pattern itself, on inputs small enough for PCRE2's unguarded searches.
+// running the pattern itself, on inputs small enough for PCRE2's unguarded searches. Control
+// bytes inside the result are the cleaner's to keep ("&#27;" is an ESC); fuzz_scanner checks
+// that none of them reaches an item field the display paints.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -9,6 +9,6 @@
 
 // The cleaned form of AText. Pure: no state between calls, no failure. The result holds
 // only bytes 0x00 to 0x7F and begins and ends with a byte above 0x20 (or is empty); control
-// bytes inside it stay. Time and memory are linear in the size of AText for any input,
-// megabytes of it included. Runs on the program's one thread.
+// bytes inside it stay (the scanner blanks them before any field is shown). Time and memory are linear in the
+// size of AText for any input, megabytes of it included. Runs on the program's one thread.
 std::string CleanTextForBBS(std::string_view AText);

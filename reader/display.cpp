@@ -105,7 +105,7 @@ std::string ItemCounterText(int32_t Index, int32_t Total) {
 }
 
 void ShowItem(int32_t Index, int32_t Total) {
-  const TRSSItem& Item = Items[static_cast<size_t>(Index)];
+  const TRSSItem Item = ItemAt(Items, Index);
   ClearBox();
   DoorGotoY(StartY + 1);
 

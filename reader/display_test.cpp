@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <functional>
 
@@ -56,7 +57,8 @@ TScreenModel Shown(const std::string& ABytes) {
 
 // AItem painted as the first of ATotal items.
 TScreenModel ShowOnly(const TRSSItem& AItem, int32_t ATotal) {
-  Items = {AItem};
+  Items = {};
+  AddItem(Items, AItem);
   ItemCount = 1;
   return Shown(Captured([&] { ShowItem(0, ATotal); }));
 }
@@ -183,6 +185,62 @@ TEST(ShowItem, PipeCodesInFeedTextReachTheDoorAsColours) {
   // Centred on its six bytes, code included: column 38.
   EXPECT_EQ(ScreenText(Screen, 38, 3, 3), "Red");
   EXPECT_EQ(ScreenAttr(Screen, 38, 3) & 0x0F, 0x0C);
+}
+
+// The first control byte in ABytes that the door's own painting of an item doesn't send, or
+// "" when there is none: the door sends CR and LF only as a pair, and ESC only to begin one of
+// its cursor moves and colours ("ESC [", digits and ";", then one of f, A to D, m).
+std::string StrayControl(const std::string& ABytes) {
+  for (size_t I = 0; I < ABytes.size(); ++I) {
+    const auto Byte = static_cast<uint8_t>(ABytes[I]);
+    if (Byte >= 0x20 && Byte != 0x7F) continue;
+    if (Byte == '\r' && I + 1 < ABytes.size() && ABytes[I + 1] == '\n') {
+      ++I;
+      continue;
+    }
+    if (Byte == 0x1B && I + 1 < ABytes.size() && ABytes[I + 1] == '[') {
+      size_t End = I + 2;
+      while (End < ABytes.size() && (std::isdigit(static_cast<uint8_t>(ABytes[End])) || ABytes[End] == ';'))
+        ++End;
+      if (End < ABytes.size() && std::string_view("fABCDm").find(ABytes[End]) != std::string_view::npos) {
+        I = End;
+        continue;
+      }
+    }
+    return testing::PrintToString(ABytes.substr(I, 8));
+  }
+  return "";
+}
+
+TEST(ShowItem, NoControlSequenceFromAFeedReachesTheCaller) {
+  const std::pair<const char*, std::string> Sequences[] = {
+      {"CSI cursor report", "\x1B[6n"},
+      {"CSI clear, as an entity", "&#27;[2J"},
+      {"OSC window title", "\x1B]0;owned\x07"},
+      {"OSC clipboard", "\x1B]52;c;aGVsbG8=\x1B\\"},
+      {"DCS", "\x1BP$q m\x1B\\"},
+      {"APC", "\x1B_payload\x1B\\"},
+      {"lone ESC", "\x1B"},
+      {"BEL", "\x07"},
+      {"BS", "\x08\x08\x08"},
+      {"CR and LF", "\r\n"},
+      {"DEL and NUL", std::string("\x7F\0", 2)},
+  };
+  const char* Fields[] = {"title", "description", "pubDate"};
+  MaxItems = 50;
+  for (const auto& [Name, Sequence] : Sequences) {
+    for (const char* Field : Fields) {
+      RSSText = "<item>";
+      for (const char* Other : Fields) {
+        const std::string Tag = Other;
+        RSSText += "<" + Tag + ">" + Tag + " a" + (Other == Field ? Sequence : "") + "b end</" + Tag + ">";
+      }
+      RSSText += "</item>";
+      ScanFeedItems();
+      ASSERT_EQ(ItemCount, 1);
+      EXPECT_EQ(StrayControl(Captured([] { ShowItem(0, 1); })), "") << Name << " in " << Field;
+    }
+  }
 }
 
 TEST(About, RowsOfTheViewAndTheKeyItDrops) {

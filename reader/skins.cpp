@@ -1,10 +1,11 @@
-// Skins and the About view: the random pick among the skin files, and the About text painted
-// with the item display's wrap and centring.
+// Skins and the About view: the random pick among the skin files, the one check every skin
+// passes before it is shown, and the About text painted with the item display's wrap and
+// centring.
 #include "skins.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
 
+#include <filesystem>
 #include <memory>
 #include <random>
 #include <vector>
@@ -24,6 +25,8 @@ const std::string_view ABOUT_TEXT_2 =
     "unicode characters. Still going strong in 2025! Get the latest version from "
     "https://github.com/tamblin/reader!";
 
+namespace fs = std::filesystem;
+
 namespace {
 
 constexpr std::string_view SKIN_DIR = "skins";
@@ -42,9 +45,12 @@ bool IsSkinName(std::string_view AName) {
          AName.substr(AName.size() - SKIN_SUFFIX.size()) == SKIN_SUFFIX;
 }
 
-bool IsRegularFile(const std::string& APath) {
-  struct stat Info {};
-  return stat(APath.c_str(), &Info) == 0 && S_ISREG(Info.st_mode);
+// The words the door shows for a skin file that isn't there, byte for byte as its file
+// display reports a missing file.
+void ReportMissingSkin(const std::string& APath) {
+  DoorWriteLn("Error reading \"" + APath + "\": File not found");
+  DoorWriteLn("Hit a key to continue");
+  DoorReadKey();
 }
 
 uint8_t Colour(int32_t ASetting) { return static_cast<uint8_t>(ASetting); }
@@ -52,6 +58,18 @@ uint8_t Colour(int32_t ASetting) { return static_cast<uint8_t>(ASetting); }
 }  // namespace
 
 void SeedRandom(uint64_t ASeed) { FRandom.seed(ASeed); }
+
+bool IsSkinFileIn(const std::string& ADir, const std::string& APath) {
+  // Both sides resolved, links and "..", so that what counts is where the bytes really lie.
+  std::error_code Error;
+  const fs::path Dir = fs::canonical(ADir, Error);
+  if (Error) return false;
+  const fs::path File = fs::canonical(APath, Error);
+  if (Error) return false;
+  std::string Inside = Dir.string();
+  if (Inside.back() != '/') Inside += '/';
+  return File.string().starts_with(Inside) && fs::is_regular_file(File, Error);
+}
 
 std::string GetRandomAnsFile(const std::string& ADir) {
   const std::string ListDir = !ADir.empty() && ADir.back() == '/' ? ADir : ADir + "/";
@@ -61,7 +79,7 @@ std::string GetRandomAnsFile(const std::string& ADir) {
   while (const dirent* Entry = readdir(Dir.get())) {
     if (!IsSkinName(Entry->d_name)) continue;
     std::string Path = ADir + "/" + Entry->d_name;
-    if (IsRegularFile(Path)) Found.push_back(std::move(Path));
+    if (IsSkinFileIn(ADir, Path)) Found.push_back(std::move(Path));
   }
   if (Found.empty()) return "";
   std::uniform_int_distribution<size_t> Pick(0, Found.size() - 1);
@@ -71,6 +89,13 @@ std::string GetRandomAnsFile(const std::string& ADir) {
 std::string ChooseSkin(const std::string& AConfigured) {
   if (AConfigured.empty()) return GetRandomAnsFile(std::string(SKIN_DIR));
   return std::string(SKIN_DIR) + "/" + AConfigured;
+}
+
+void DisplaySkin(const std::string& APath) {
+  if (IsSkinFileIn(std::string(SKIN_DIR), APath))
+    DoorDisplayFile(APath);
+  else
+    ReportMissingSkin(APath);
 }
 
 void About() {

@@ -1,5 +1,6 @@
 // The skin pick: which directory entries count, the path form, and that every candidate is
-// equally likely under the generator the program seeds from the clock.
+// equally likely under the generator the program seeds from the clock; and the one check a
+// skin passes before it is shown, whether picked or named in the settings.
 #include "skins.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <map>
 
+#include "door/doorlink_testutil.h"
 #include "testsupport.h"
 
 namespace fs = std::filesystem;
@@ -30,6 +32,9 @@ TEST(GetRandomAnsFile, OnlyVisibleAnsFilesAreCandidates) {
   fs::create_directory(Dir.Path / "folder.ans");
   fs::create_symlink(Dir.Path / "folder.ans", Dir.Path / "dirlink.ans");
   fs::create_symlink(Dir.Path / "missing", Dir.Path / "broken.ans");
+  TTempDir Elsewhere;
+  Touch(Elsewhere.Path / "outside.ans");
+  fs::create_symlink(Elsewhere.Path / "outside.ans", Dir.Path / "out.ans");
   ASSERT_EQ(mkfifo((Dir.Path / "pipe.ans").c_str(), 0600), 0);
   const std::string Base = Dir.Path.string();
   for (uint64_t Seed = 0; Seed < 50; ++Seed) {
@@ -64,17 +69,66 @@ TEST(GetRandomAnsFile, EveryCandidateEquallyLikely) {
   }
 }
 
-TEST(ChooseSkin, ConfiguredNameIsAlwaysTakenInsideSkins) {
+TEST(ChooseSkin, EmptyNamePicksFromSkins) {
   TTempDir Dir;
   const fs::path Old = fs::current_path();
   fs::current_path(Dir.Path);
   fs::create_directory("skins");
   Touch("skins/one.ans");
   EXPECT_EQ(ChooseSkin(""), "skins/one.ans");
-  EXPECT_EQ(ChooseSkin("gone.ans"), "skins/gone.ans");  // not checked here: the display reports it
-  EXPECT_EQ(ChooseSkin("/etc/passwd"), "skins//etc/passwd");
-  EXPECT_EQ(ChooseSkin("../x.ans"), "skins/../x.ans");
+  EXPECT_EQ(ChooseSkin("gone.ans"), "skins/gone.ans");  // checked when it is shown
   fs::remove_all("skins");
   EXPECT_EQ(ChooseSkin(""), "");
+  fs::current_path(Old);
+}
+
+// The skin setting names a skin and nothing else: whatever leaves the skins folder, and
+// whatever is not a regular file, reads to the caller as a missing skin, at once (a FIFO with
+// no writer must not stall the door); and no skin line, however long, is held whole.
+TEST(DisplaySkin, OnlyRegularFilesInsideSkinsAreShown) {
+  TTempDir Dir;
+  const fs::path Old = fs::current_path();
+  fs::current_path(Dir.Path);
+  fs::create_directories("skins/sub");
+  WriteWholeFile("skins/good.ans", "good\nskin");
+  WriteWholeFile("skins/sub/deep.ans", "deep");
+  WriteWholeFile("secret.txt", "secret");
+  WriteWholeFile("skins/long.ans", std::string(3 << 20, 'x') + "\r\nend");
+  fs::create_symlink("good.ans", "skins/inlink.ans");
+  fs::create_symlink("../secret.txt", "skins/outlink.ans");
+  fs::create_symlink(Dir.Path, "skins/up");
+  fs::create_symlink("/dev/zero", "skins/zero.ans");
+  fs::create_directory("skins/folder.ans");
+  ASSERT_EQ(mkfifo("skins/pipe.ans", 0600), 0);
+  const std::pair<std::string, std::string> Cases[] = {
+      {"good.ans", "good\r\nskin"},
+      {"sub/deep.ans", "deep"},
+      {"sub/../inlink.ans", "good\r\nskin"},
+      {"long.ans", std::string(1 << 20, 'x') + "\r\nend"},  // a line keeps its first MiB
+      {"gone.ans", ""},
+      {"../secret.txt", ""},
+      {"../../../../../../../../etc/passwd", ""},
+      {"/etc/passwd", ""},
+      {"outlink.ans", ""},
+      {"up/secret.txt", ""},
+      {"zero.ans", ""},
+      {"folder.ans", ""},
+      {"pipe.ans", ""},
+      {"sub", ""},
+  };
+  for (const auto& [Name, Shown] : Cases) {
+    const std::string Path = ChooseSkin(Name);
+    TDoorRun Door([&](int) { DisplaySkin(Path); }, {.OnLink = true});
+    const std::string Want =
+        !Shown.empty() ? Shown
+                       : "Error reading \"" + Path + "\": File not found\r\nHit a key to continue\r\n";
+    std::string Got;
+    EXPECT_TRUE(WaitFor(Door.Caller, Got, Want)) << Name;
+    if (Shown.empty()) Send(Door.Caller, " ");  // the key a missing skin waits for
+    EXPECT_EQ(FinishDoor(Door), 0) << Name;
+    Got += Door.Heard;
+    EXPECT_EQ(Got.size(), Want.size()) << Name;
+    EXPECT_TRUE(Got == Want) << Name << ": " << HexBytes(Got.substr(0, 80));
+  }
   fs::current_path(Old);
 }

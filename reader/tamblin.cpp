@@ -43,7 +43,7 @@ static void RunReader(int AArgc, const char* const* AArgs) {
   SeedRandom(static_cast<uint64_t>(std::time(nullptr)));
   SkinFile = ChooseSkin(SkinFile);
   if (!SkinFile.empty()) {
-    DoorDisplayFile(SkinFile);
+    DisplaySkin(SkinFile);
   } else {
     DoorWriteLn("No ANSI skins found.");
   }

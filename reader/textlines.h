@@ -1,6 +1,7 @@
 // Splitting text into lines the way the reader reads every text it is given: the settings
-// file and the feed body. CR, LF and CR LF each end one line, LF CR ends two, and every
-// other byte (zero and 0x1A included) is an ordinary byte of a line.
+// file, and the feed body (the scanner reads it in place with the same line ends; its fuzz
+// target holds it against these lines). CR, LF and CR LF each end one line, LF CR ends two,
+// and every other byte (zero and 0x1A included) is an ordinary byte of a line.
 #pragma once
 
 #include <string>

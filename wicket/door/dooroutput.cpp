@@ -3,6 +3,11 @@
 // the caller's bytes: the link in socket mode, standard output in stdio mode, never both.
 #include "dooroutput.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -179,7 +184,12 @@ bool HaveByte(TLineReader& AReader) {
   return false;
 }
 
-// The next line, without its line end. Called only when HaveByte has said so.
+// A displayed line keeps at most this many bytes and the rest of it is skipped, so that no
+// file (one without line ends, a huge sparse one) can grow the door's memory without bound.
+constexpr size_t DISPLAY_LINE_MAX = 1 << 20;
+
+// The next line, without its line end, cut to DISPLAY_LINE_MAX bytes. Called only when
+// HaveByte has said so.
 std::string ReadLine(TLineReader& AReader) {
   std::string Line;
   while (HaveByte(AReader)) {
@@ -187,7 +197,7 @@ std::string ReadLine(TLineReader& AReader) {
     const size_t Avail = AReader.Len - AReader.Pos;
     size_t Run = 0;
     while (Run < Avail && Start[Run] != '\r' && Start[Run] != '\n') ++Run;
-    Line.append(Start, Run);
+    Line.append(Start, std::min(Run, DISPLAY_LINE_MAX - Line.size()));
     AReader.Pos += Run;
     if (Run < Avail) {
       const char End = AReader.Block[AReader.Pos++];
@@ -274,10 +284,33 @@ void DoorTextColourAndBlink(uint8_t AColour, bool ABlink) {
   DoorWrite(AnsiBlink(ABlink));
 }
 
+// AFileName opened for display, or null with errno set. The open doesn't wait for a FIFO's
+// writer, and only a regular file is taken: a device could feed the door forever and a FIFO
+// stall it. A directory fails as reading one does; any other kind reads as a missing file.
+static std::FILE* OpenDisplayFile(const std::string& AFileName) {
+  const int Fd = open(AFileName.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (Fd < 0) return nullptr;
+  struct stat Info {};
+  int Refusal = 0;
+  if (fstat(Fd, &Info) != 0)
+    Refusal = errno;
+  else if (S_ISDIR(Info.st_mode))
+    Refusal = EISDIR;
+  else if (!S_ISREG(Info.st_mode))
+    Refusal = ENOENT;
+  std::FILE* File = Refusal == 0 ? fdopen(Fd, "rb") : nullptr;
+  if (File == nullptr) {
+    if (Refusal == 0) Refusal = errno;
+    close(Fd);
+    errno = Refusal;
+  }
+  return File;
+}
+
 void DoorDisplayFile(const std::string& AFileName) {
   auto Reader = std::make_unique<TLineReader>();
   errno = 0;
-  Reader->File.reset(std::fopen(AFileName.c_str(), "rb"));
+  Reader->File.reset(OpenDisplayFile(AFileName));
   if (!Reader->File) {
     ReportFileFailure(AFileName, errno != 0 ? errno : EIO);
     return;

@@ -52,7 +52,9 @@ void DoorTextColourAndBlink(uint8_t AColour, bool ABlink);
 
 // Sends the text file AFileName (opened as given, no search, no extension) line by line
 // through DoorWrite, so that its pipe (and Seth) codes take effect. CR, LF and CR LF each end
-// a line and go out as CR LF; 0x1A is an ordinary byte; the last line gets no line end.
+// a line and go out as CR LF; 0x1A is an ordinary byte; the last line gets no line end. Only
+// a regular file is shown, and a line keeps its first 1 MiB (the rest of it is skipped); a
+// device, FIFO or socket reads as "File not found", without waiting for a FIFO's writer.
 // When the file can't be opened or read, writes "Error reading "NAME": REASON" ("File not
 // found", "Access denied", or the system's words) and "Hit a key to continue", waits for a
 // key and returns; lines already sent stay on the caller's screen.

@@ -245,16 +245,17 @@ TEST(DoorDisplayFile, FailureTellsTheCallerAndWaitsForAKey) {
   const std::string Locked = (Dir.Path / "locked.ans").string();
   WriteWholeFile(Locked, "secret");
   chmod(Locked.c_str(), 0);
+  const std::string Fifo = (Dir.Path / "pipe.ans").string();
+  ASSERT_EQ(mkfifo(Fifo.c_str(), 0600), 0);
   const struct {
     std::string Name;
     bool Sixel;
     bool AsNobody;  // even root is refused a file without read permission as someone else
     std::string Reason;
   } Cases[] = {
-      {Missing, false, false, "File not found"},
-      {Missing, true, false, "File not found"},
-      {Locked, false, true, "Access denied"},
-      {Dir.Path.string(), false, false, "Is a directory"},
+      {Missing, false, false, "File not found"}, {Missing, true, false, "File not found"},
+      {Locked, false, true, "Access denied"},    {Dir.Path.string(), false, false, "Is a directory"},
+      {Fifo, false, false, "File not found"},  // refused at once, not waited on for a writer
   };
   for (const auto& Case : Cases) {
     TDoorRun Door(
