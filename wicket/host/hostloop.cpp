@@ -314,6 +314,13 @@ static std::string WriteDoor32(THostSession& ASession, int ANode, int ADoorFd) {
   return Path;
 }
 
+// Closes a socket of a caller or a door's relay. A host that stopped taking callers for want of
+// descriptors takes them again at once, rather than after its pause.
+static void CloseSocket(int AFd) {
+  close(AFd);
+  FAcceptPausedUntil = TClock::time_point();
+}
+
 // Sends what the caller will take now, without waiting, and removes it from AText; false when
 // the caller's line has failed.
 static bool SendNow(int ASocket, std::string& AText) {
@@ -348,7 +355,7 @@ static void HangUpCaller(int ASocket, std::string ALast) {
   const bool LineOk = SendNow(ASocket, Caller.Pending);
   Caller.InputDone = !DropInput(ASocket);
   if (!LineOk || (Caller.InputDone && Caller.Pending.empty())) {
-    close(ASocket);
+    CloseSocket(ASocket);
     return;
   }
   if (Caller.Pending.empty()) shutdown(ASocket, SHUT_WR);
@@ -428,11 +435,11 @@ static void FinishSession(int ANode, const std::string& AHow) {
   std::string Last;
   if (Session.DoorEnd >= 0) {
     ReadFromDoor(Session, true);
-    close(Session.DoorEnd);
+    CloseSocket(Session.DoorEnd);
     Last = std::move(Session.ToCaller);
   }
   if (Session.CallerLost) {
-    close(Session.Socket);
+    CloseSocket(Session.Socket);
   } else {
     Last += BACK_AT_HOST;
     HangUpCaller(Session.Socket, std::move(Last));
@@ -623,7 +630,7 @@ static void CheckDeadlines(TClock::time_point ANow) {
   }
   for (size_t I = 0; I < FLingering.size();) {
     if (ANow >= FLingering[I].CloseAt) {
-      close(FLingering[I].Socket);
+      CloseSocket(FLingering[I].Socket);
       FLingering.erase(FLingering.begin() + static_cast<std::ptrdiff_t>(I));
     } else {
       ++I;
@@ -737,7 +744,7 @@ static void RunLoop() {
     for (size_t I = FirstRelay; I-- > FirstLingering;) {
       TLingeringCaller& Caller = FLingering[I - FirstLingering];
       if (Polled[I].revents == 0 || ServeLingering(Caller)) continue;
-      close(Caller.Socket);
+      CloseSocket(Caller.Socket);
       FLingering.erase(FLingering.begin() + static_cast<std::ptrdiff_t>(I - FirstLingering));
     }
     if (Accepting && (Polled[1].revents & POLLIN) != 0) AcceptCallers();
