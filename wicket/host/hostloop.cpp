@@ -461,7 +461,8 @@ static void FinishSession(int ANode, const std::string& AHow) {
     dup2(Null, 0);
     dup2(Null, 1);
   }
-  // The caller's socket is the one descriptor of the host that the door inherits.
+  // The door's socket (the caller's, or its end of the relay's pair) is the one descriptor of
+  // the host that the door inherits.
   const int Flags = fcntl(ASocket, F_GETFD);
   if (Flags >= 0) fcntl(ASocket, F_SETFD, Flags & ~FD_CLOEXEC);
   const char* Failed = "exec";
