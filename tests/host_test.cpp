@@ -448,31 +448,37 @@ TEST(WicketHost, SessionLimitHangsUpTheDoorAndItsHelpers) {
 }
 
 TEST(WicketHost, EveryChildIsReapedAndNoDescriptorIsLeft) {
-  THost Host;
-  StartHost(Host, {"--nodes", "3"}, ShellDoor("printf 'hi {node}\\r\\n' >&{fd}; read -r line <&{fd}"));
-  const int Baseline = CountFds(Host.Pid);
-  ASSERT_GT(Baseline, 0);
+  // The caller's socket handed down, and the relay with its socket pair per session.
+  for (const bool Utf8 : {false, true}) {
+    SCOPED_TRACE(Utf8 ? "--utf8" : "socket handed down");
+    THost Host;
+    std::vector<std::string> Options = {"--nodes", "3"};
+    if (Utf8) Options.push_back("--utf8");
+    StartHost(Host, Options, ShellDoor("printf 'hi {node}\\r\\n' >&{fd}; read -r line <&{fd}"));
+    const int Baseline = CountFds(Host.Pid);
+    ASSERT_GT(Baseline, 0);
 
-  for (int Round = 0; Round < 3; ++Round) {
-    // Three at once, each leaving in its own way: a line, a hang-up by the caller, and a
-    // caller who goes without reading the host's line.
-    TCaller A(Host.Port), B(Host.Port), C(Host.Port);
-    for (TCaller* Caller : {&A, &B, &C}) ASSERT_TRUE(Caller->Until("hi "));
-    A.Send("bye\n");
-    shutdown(B.Fd, SHUT_WR);
-    C.Send("bye\n");
-    close(C.Fd);
-    C.Fd = -1;
-    EXPECT_TRUE(A.UntilClosed());
-    EXPECT_TRUE(B.UntilClosed());
-    EXPECT_EQ(B.Wire.substr(B.Wire.size() - BACK.size()), BACK);
-    // C's node is free only once the host has seen its door end; the next round needs all three.
-    ASSERT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 3u * (Round + 1); }));
+    for (int Round = 0; Round < 3; ++Round) {
+      // Three at once, each leaving in its own way: a line, a hang-up by the caller, and a
+      // caller who goes without reading the host's line.
+      TCaller A(Host.Port), B(Host.Port), C(Host.Port);
+      for (TCaller* Caller : {&A, &B, &C}) ASSERT_TRUE(Caller->Until("hi "));
+      A.Send("bye\n");
+      shutdown(B.Fd, SHUT_WR);
+      C.Send("bye\n");
+      close(C.Fd);
+      C.Fd = -1;
+      EXPECT_TRUE(A.UntilClosed());
+      EXPECT_TRUE(B.UntilClosed());
+      EXPECT_EQ(B.Wire.substr(B.Wire.size() - BACK.size()), BACK);
+      // C's node is free only once the host has seen its door end; the next round needs all three.
+      ASSERT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 3u * (Round + 1); }));
+    }
+    EXPECT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 9; }));
+    EXPECT_TRUE(WaitFor([&] { return ChildrenOf(Host.Pid).empty(); }, 5s)) << ChildrenOf(Host.Pid).size();
+    EXPECT_TRUE(WaitFor([&] { return CountFds(Host.Pid) == Baseline; }, 5s))
+        << CountFds(Host.Pid) << " descriptors, " << Baseline << " at the start";
   }
-  EXPECT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 9; }));
-  EXPECT_TRUE(WaitFor([&] { return ChildrenOf(Host.Pid).empty(); }, 5s)) << ChildrenOf(Host.Pid).size();
-  EXPECT_TRUE(WaitFor([&] { return CountFds(Host.Pid) == Baseline; }, 5s))
-      << CountFds(Host.Pid) << " descriptors, " << Baseline << " at the start";
 }
 
 // Session folders go on every path, even while the host has run out of descriptors, and what
