@@ -1,14 +1,16 @@
 // End-to-end tests of wicket-host: the real program listening on a loopback port, plain TCP
 // callers, and real doors (the reader, and small shell doors that write on their inherited
 // descriptor). What a caller and a door author rely on: the door's own telnet bytes come first,
-// the host's line comes after the door has ended, the node and time limits, the drop file, and
-// that the host leaves no child, no zombie and no descriptor behind.
+// the host's line comes after the door has ended, the node and time limits, the drop file, the
+// UTF-8 relay, and that the host leaves no child, no zombie, no descriptor and no folder behind.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,10 +18,13 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,12 +42,16 @@ namespace {
 const std::string BACK = "Back at the host.\r\n";
 const std::string BUSY = "All nodes are busy. Please call back later.\r\n";
 
-// wicket-host as a child of the test, its log in a file.
+// wicket-host as a child of the test, its log in a file, its TMPDIR a folder of its own.
 struct THost {
   pid_t Pid = -1;
   int Port = 0;
   fs::path Log;
   TTempDir Dir;
+  rlim_t FdLimit = 0;  // the host's RLIMIT_NOFILE when not 0
+
+  // Where the host keeps its session folders.
+  fs::path DropBase() const { return Dir.Path / "tmp" / ("wicket-host-" + std::to_string(getuid())); }
 
   THost() = default;
   THost(const THost&) = delete;
@@ -88,7 +97,15 @@ void StartHost(THost& AHost, const std::vector<std::string>& AOptions,
   std::vector<char*> Argv;
   for (auto& Arg : Args) Argv.push_back(Arg.data());
   Argv.push_back(nullptr);
+  std::vector<std::string> Env = {"TMPDIR=" + (AHost.Dir.Path / "tmp").string(), "WICKET_STOP_PAUSE_MS=0"};
+  for (char** Var = environ; *Var != nullptr; ++Var)
+    if (std::strncmp(*Var, "TMPDIR=", 7) != 0) Env.push_back(*Var);
+  std::vector<char*> Envp;
+  for (auto& Var : Env) Envp.push_back(Var.data());
+  Envp.push_back(nullptr);
+  fs::create_directories(AHost.Dir.Path / "tmp");
   const std::string LogPath = AHost.Log.string();
+  const rlimit Limit = {AHost.FdLimit, AHost.FdLimit};
   AHost.Pid = fork();
   ASSERT_GE(AHost.Pid, 0);
   if (AHost.Pid == 0) {
@@ -97,7 +114,10 @@ void StartHost(THost& AHost, const std::vector<std::string>& AOptions,
     dup2(Null, 0);
     dup2(Null, 1);
     dup2(LogFd, 2);
-    execv(Argv[0], Argv.data());
+    // Nothing of the test's own, so that a descriptor limit means the same on every run.
+    close_range(3, ~0U, 0);
+    if (Limit.rlim_cur > 0) setrlimit(RLIMIT_NOFILE, &Limit);
+    execve(Argv[0], Argv.data(), Envp.data());
     _exit(127);
   }
   std::smatch Match;
@@ -239,15 +259,22 @@ TEST(WicketHost, ReaderRunsOnTheInheritedSocketAndHandsItBack) {
   fs::create_directory_symlink(SourceDir() / "skins", Run.Path / "skins");
   const std::string Reader = (BuildDir() / "tamblin").string();
 
-  // The two ways a BBS names the socket: on the command line, or in DOOR32.SYS.
-  const std::vector<std::vector<std::string>> Doors = {
-      {Reader, "-S{fd}", "-N{node}", "@tamblin.cfg"},
-      {Reader, "-D{door32}", "@tamblin.cfg"},
+  // The two ways a BBS names the socket: on the command line, or in DOOR32.SYS; and the relay
+  // for a UTF-8 caller, whose socket pair the drop file names in the same way.
+  const struct {
+    std::vector<std::string> Door;
+    bool Utf8;
+  } Runs[] = {
+      {{Reader, "-S{fd}", "-N{node}", "@tamblin.cfg"}, false},
+      {{Reader, "-D{door32}", "@tamblin.cfg"}, false},
+      {{Reader, "-D{door32}", "@tamblin.cfg"}, true},
   };
-  for (const auto& Door : Doors) {
-    SCOPED_TRACE(Door[1]);
+  for (const auto& Way : Runs) {
+    SCOPED_TRACE(Way.Door[1] + (Way.Utf8 ? " --utf8" : ""));
     THost Host;
-    StartHost(Host, {"--cwd", Run.Path.string()}, Door);
+    std::vector<std::string> Options = {"--cwd", Run.Path.string()};
+    if (Way.Utf8) Options.push_back("--utf8");
+    StartHost(Host, Options, Way.Door);
     TCaller Caller(Host.Port);
     ASSERT_GE(Caller.Fd, 0);
     ASSERT_TRUE(Caller.Until("(01/")) << Caller.Wire;
@@ -313,6 +340,34 @@ TEST(WicketHost, DoorGetsItsDropFileItsSocketAndNothingElse) {
   EXPECT_EQ(Folders, 2);
 }
 
+// A UTF-8 caller gets the door's CP437 text as UTF-8, while the door's telnet commands and ANSI
+// sequences pass intact; without --utf8 the caller gets exactly the door's bytes. Either way
+// the caller's own bytes reach the door as they were sent.
+TEST(WicketHost, Utf8RelayTranslatesOnlyTheDoorsText) {
+  // WILL ECHO, a colour, a full block and a light shade, a doubled IAC (the text byte 0xFF);
+  // then the line the door read, in hex.
+  const std::string Script =
+      "printf '\\xff\\xfb\\x01\\x1b[1;31m\\xdb\\xb0\\xff\\xff\\r\\n' >&{fd}; "
+      "IFS= read -r line <&{fd}; printf '%s' \"$line\" | od -An -tx1 >&{fd}";
+  const struct {
+    std::vector<std::string> Options;
+    std::string Door;
+  } Cases[] = {
+      {{}, "\xFF\xFB\x01\x1b[1;31m\xDB\xB0\xFF\xFF\r\n"},
+      {{"--utf8"}, "\xFF\xFB\x01\x1b[1;31m\u2588\u2591\u00A0\r\n"},
+  };
+  for (const auto& Case : Cases) {
+    SCOPED_TRACE(Case.Options.empty() ? "as sent" : "--utf8");
+    THost Host;
+    StartHost(Host, Case.Options, ShellDoor(Script));
+    TCaller Caller(Host.Port);
+    ASSERT_TRUE(Caller.Until("\r\n")) << Caller.Wire;
+    Caller.Send("\xFF\xFF\xE9\r\n");
+    ASSERT_TRUE(Caller.UntilClosed());
+    EXPECT_EQ(Caller.Wire, "\xFF\xFB\x03" + Case.Door + " ff ff e9 0d\n\x1b[0m\r\n" + BACK);
+  }
+}
+
 TEST(WicketHost, NodesAreTheLowestFreeAndAnExtraCallerIsTurnedAway) {
   THost Host;
   StartHost(Host, {"--nodes", "2"}, ShellDoor(NODE_THEN_WAIT));
@@ -338,26 +393,43 @@ TEST(WicketHost, NodesAreTheLowestFreeAndAnExtraCallerIsTurnedAway) {
 }
 
 TEST(WicketHost, SessionLimitHangsUpTheDoorAndItsHelpers) {
+  // Given, or by default the caller's minutes and the grace time: 0 minutes make it 1 s here.
+  const std::vector<std::string> Given = {"--session-limit", "1", "--grace", "1"};
+  const std::vector<std::string> ByMinutes = {"--minutes", "0", "--grace", "1", "--nodes", "1"};
+  // Ignores the hang-up and writes to a caller who has stopped reading: only the kill frees it.
+  const std::string Stuck = "trap '' HUP; printf 'up\\r\\n' >&{fd}; exec yes >&{fd}";
   struct TCase {
     const char* Name;
+    std::vector<std::string> Options;
     std::string Script;
     bool NeedsKill;  // ignores the hang-up, so only SIGKILL ends it
+    bool Reads;      // the caller reads all the time; otherwise not at all after "up"
   } Cases[] = {
-      {"hangs up", "printf 'up\\r\\n' >&{fd}; sleep 30; true", false},
-      {"ignores the hang-up", "trap '' HUP; printf 'up\\r\\n' >&{fd}; sleep 30; true", true},
+      {"hangs up", Given, "printf 'up\\r\\n' >&{fd}; sleep 30; true", false, true},
+      {"ignores the hang-up", ByMinutes, "trap '' HUP; printf 'up\\r\\n' >&{fd}; sleep 30; true", true, true},
+      {"stuck writing", ByMinutes, Stuck, true, false},
+      {"stuck writing to the relay",
+       {"--utf8", "--minutes", "0", "--grace", "1", "--nodes", "1"},
+       Stuck,
+       true,
+       false},
   };
   for (const TCase& Case : Cases) {
     SCOPED_TRACE(Case.Name);
     THost Host;
-    StartHost(Host, {"--session-limit", "1", "--grace", "1"}, ShellDoor(Case.Script));
+    StartHost(Host, Case.Options, ShellDoor(Case.Script));
     TCaller Caller(Host.Port);
     ASSERT_TRUE(Caller.Until("up\r\n"));
     const auto Up = TClock::now();
-    ASSERT_TRUE(Caller.UntilClosed(10s));
+    if (Case.Reads) {
+      ASSERT_TRUE(Caller.UntilClosed(10s));
+      EXPECT_EQ(Caller.Wire.substr(Caller.Wire.size() - BACK.size()), BACK);
+    } else {
+      ASSERT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 1; })) << Host.LogText();
+    }
     const double Seconds = std::chrono::duration<double>(TClock::now() - Up).count();
     EXPECT_GE(Seconds, Case.NeedsKill ? 1.5 : 0.5);
     EXPECT_LT(Seconds, Case.NeedsKill ? 5.0 : 4.0);
-    EXPECT_EQ(Caller.Wire.substr(Caller.Wire.size() - BACK.size()), BACK);
 
     const std::string Log = Host.LogText();
     EXPECT_NE(Log.find("session limit of 1 s reached"), std::string::npos) << Log;
@@ -367,35 +439,92 @@ TEST(WicketHost, SessionLimitHangsUpTheDoorAndItsHelpers) {
     const auto Pids = DoorPids(Log);
     ASSERT_EQ(Pids.size(), 1u);
     EXPECT_TRUE(WaitFor([&] { return ProcessGroupGone(Pids[0]); }, 3s));
+    // The node is free for the next caller, the first one's unread output notwithstanding.
+    if (!Case.Reads) {
+      TCaller Next(Host.Port);
+      EXPECT_TRUE(Next.Until("up\r\n")) << Next.Wire;
+    }
   }
 }
 
 TEST(WicketHost, EveryChildIsReapedAndNoDescriptorIsLeft) {
-  THost Host;
-  StartHost(Host, {"--nodes", "3"}, ShellDoor("printf 'hi {node}\\r\\n' >&{fd}; read -r line <&{fd}"));
-  const int Baseline = CountFds(Host.Pid);
-  ASSERT_GT(Baseline, 0);
+  // The caller's socket handed down, and the relay with its socket pair per session.
+  for (const bool Utf8 : {false, true}) {
+    SCOPED_TRACE(Utf8 ? "--utf8" : "socket handed down");
+    THost Host;
+    std::vector<std::string> Options = {"--nodes", "3"};
+    if (Utf8) Options.push_back("--utf8");
+    StartHost(Host, Options, ShellDoor("printf 'hi {node}\\r\\n' >&{fd}; read -r line <&{fd}"));
+    const int Baseline = CountFds(Host.Pid);
+    ASSERT_GT(Baseline, 0);
 
-  for (int Round = 0; Round < 3; ++Round) {
-    // Three at once, each leaving in its own way: a line, a hang-up by the caller, and a
-    // caller who goes without reading the host's line.
-    TCaller A(Host.Port), B(Host.Port), C(Host.Port);
-    for (TCaller* Caller : {&A, &B, &C}) ASSERT_TRUE(Caller->Until("hi "));
-    A.Send("bye\n");
-    shutdown(B.Fd, SHUT_WR);
-    C.Send("bye\n");
-    close(C.Fd);
-    C.Fd = -1;
-    EXPECT_TRUE(A.UntilClosed());
-    EXPECT_TRUE(B.UntilClosed());
-    EXPECT_EQ(B.Wire.substr(B.Wire.size() - BACK.size()), BACK);
-    // C's node is free only once the host has seen its door end; the next round needs all three.
-    ASSERT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 3u * (Round + 1); }));
+    for (int Round = 0; Round < 3; ++Round) {
+      // Three at once, each leaving in its own way: a line, a hang-up by the caller, and a
+      // caller who goes without reading the host's line.
+      TCaller A(Host.Port), B(Host.Port), C(Host.Port);
+      for (TCaller* Caller : {&A, &B, &C}) ASSERT_TRUE(Caller->Until("hi "));
+      A.Send("bye\n");
+      shutdown(B.Fd, SHUT_WR);
+      C.Send("bye\n");
+      close(C.Fd);
+      C.Fd = -1;
+      EXPECT_TRUE(A.UntilClosed());
+      EXPECT_TRUE(B.UntilClosed());
+      EXPECT_EQ(B.Wire.substr(B.Wire.size() - BACK.size()), BACK);
+      // C's node is free only once the host has seen its door end; the next round needs all three.
+      ASSERT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 3u * (Round + 1); }));
+    }
+    EXPECT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 9; }));
+    EXPECT_TRUE(WaitFor([&] { return ChildrenOf(Host.Pid).empty(); }, 5s)) << ChildrenOf(Host.Pid).size();
+    EXPECT_TRUE(WaitFor([&] { return CountFds(Host.Pid) == Baseline; }, 5s))
+        << CountFds(Host.Pid) << " descriptors, " << Baseline << " at the start";
   }
-  EXPECT_TRUE(WaitFor([&] { return CountOf(Host.LogText(), "door ended") == 9; }));
-  EXPECT_TRUE(WaitFor([&] { return ChildrenOf(Host.Pid).empty(); }, 5s)) << ChildrenOf(Host.Pid).size();
-  EXPECT_TRUE(WaitFor([&] { return CountFds(Host.Pid) == Baseline; }, 5s))
-      << CountFds(Host.Pid) << " descriptors, " << Baseline << " at the start";
+}
+
+// Session folders go on every path, even while the host has run out of descriptors, and what
+// a host killed outright left behind is cleared by the next one; nothing else in the host's
+// base folder is touched, not even a folder of a host that still runs.
+TEST(WicketHost, SessionFoldersGoEvenWithoutDescriptorsAndStaleOnesAtStart) {
+  THost Host;
+  const fs::path Base = Host.DropBase();
+  fs::create_directories(Base);
+  fs::permissions(Base, fs::perms::owner_all, fs::perm_options::replace);
+  const std::string Stale = "999999999-node1.AbC123";  // no such process
+  fs::create_directory(Base / Stale);
+  WriteWholeFile(Base / Stale / "DOOR32.SYS", "2\r\n");
+  WriteWholeFile(Base / Stale / "door.log", "the door's own file\n");
+  const std::vector<std::string> Kept = {std::to_string(getpid()) + "-node2.AbC123",  // a running host's
+                                         "999999999-nodes.AbC123", "notes"};
+  for (const std::string& Name : Kept) fs::create_directory(Base / Name);
+  WriteWholeFile(Base / "999999999-node3.AbC123", "a file, not a session folder");
+  const auto Left = [&] {
+    std::set<std::string> Names;
+    for (const auto& Entry : fs::directory_iterator(Base)) Names.insert(Entry.path().filename().string());
+    return Names;
+  };
+
+  // Few descriptors: a handful of callers takes them all, and the doors end while they are.
+  Host.FdLimit = 12;
+  StartHost(Host, {"--nodes", "8"}, ShellDoor(NODE_THEN_WAIT));
+  std::set<std::string> Expected(Kept.begin(), Kept.end());
+  Expected.insert("999999999-node3.AbC123");
+  EXPECT_EQ(Left(), Expected);
+
+  std::vector<std::unique_ptr<TCaller>> Callers;
+  for (int I = 0; I < 10; ++I) Callers.push_back(std::make_unique<TCaller>(Host.Port));
+  EXPECT_TRUE(WaitFor([&] { return Host.LogText().find("can't take a caller") != std::string::npos; }))
+      << Host.LogText();
+  for (auto& Caller : Callers) {
+    ASSERT_TRUE(Caller->Until("node ")) << Host.LogText();
+    Caller->Send("bye\n");
+    EXPECT_TRUE(Caller->UntilClosed());
+    close(Caller->Fd);
+    Caller->Fd = -1;
+  }
+  ASSERT_EQ(kill(Host.Pid, SIGTERM), 0);
+  EXPECT_EQ(WaitHostExit(Host, 10s), 0);
+  EXPECT_EQ(CountOf(Host.LogText(), "door ended"), 10u);
+  EXPECT_EQ(Left(), Expected) << Host.LogText();
 }
 
 TEST(WicketHost, DoorThatCannotStartStillGivesTheCallerTheHostsLine) {

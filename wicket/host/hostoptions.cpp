@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <utility>
@@ -95,6 +96,10 @@ THostParseResult HostParseArgs(const std::vector<std::string>& AArguments, THost
       break;
     }
     if (Arg == "--help" || Arg == "-h") return hpHelp;
+    if (Arg == "--utf8") {
+      AOptions.Utf8 = true;
+      continue;
+    }
     if (Arg.rfind("--", 0) != 0) {
       AError = "\"" + Arg + "\": the door command goes after \"--\"";
       return hpError;
@@ -153,7 +158,8 @@ std::string HostUsage() {
          "Runs a door for every telnet caller, as a BBS would, without a BBS.\n"
          "\n"
          "Each caller gets the lowest free node and a run of DOOR, which inherits the caller's\n"
-         "socket as a plain descriptor. In DOOR and its arguments these are replaced:\n"
+         "socket as a plain descriptor (with --utf8, a socket of the host's that it relays).\n"
+         "In DOOR and its arguments these are replaced:\n"
          "  {fd}      the socket's descriptor number        e.g. -S{fd}\n"
          "  {node}    the node number, 1 and up             e.g. -N{node}\n"
          "  {door32}  the path of a DOOR32.SYS written for this session (comm type 2)\n"
@@ -163,8 +169,12 @@ std::string HostUsage() {
          "Options:\n"
          "  --listen ADDR:PORT    where to listen (127.0.0.1:2323; port 0: any free port)\n"
          "  --nodes N             callers at once, 1 to 255 (4); more are told all are busy\n"
-         "  --session-limit SECS  hang the door up after SECS seconds (0: no limit)\n"
+         "  --session-limit SECS  hang the door up after SECS seconds (0: no limit); not given:\n"
+         "                        after the minutes left and the grace time, so that a door\n"
+         "                        first ends on its own when the caller's time is up\n"
          "  --grace SECS          from SIGHUP to SIGKILL, at a limit and at stop (3)\n"
+         "  --utf8                for callers whose terminal is UTF-8: the door's CP437 text\n"
+         "                        reaches them as UTF-8, its telnet commands untouched\n"
          "  --cwd DIR             the door's working directory (the host's own); a DOOR given\n"
          "                        as a relative path is still found from the host's own\n"
          "DOOR32.SYS contents:\n"
@@ -182,6 +192,12 @@ int32_t HostMinutesLeft(const THostOptions& AOptions) {
   if (AOptions.Minutes >= 0) return AOptions.Minutes;
   if (AOptions.SessionLimit > 0) return (AOptions.SessionLimit + 59) / 60;
   return 60;
+}
+
+int32_t HostSessionSeconds(const THostOptions& AOptions) {
+  if (AOptions.SessionLimit >= 0) return AOptions.SessionLimit;
+  const int64_t Seconds = int64_t{HostMinutesLeft(AOptions)} * 60 + AOptions.GraceSeconds;
+  return static_cast<int32_t>(std::min<int64_t>(Seconds, INT32_MAX));
 }
 
 std::vector<std::string> HostExpandCommand(const std::vector<std::string>& ACommand, int32_t ASocket,

@@ -14,9 +14,10 @@ struct THostOptions {
   std::string ListenAddress = "127.0.0.1";  // IPv4 only
   int32_t ListenPort = 2323;                // 0: any free port (the log line names it)
   int32_t Nodes = 4;                        // node numbers 1..Nodes
-  int32_t SessionLimit = 0;                 // seconds per session, 0 for none
+  int32_t SessionLimit = -1;                // seconds per session, 0 for none, -1: from the minutes
   int32_t GraceSeconds = 3;                 // from SIGHUP to SIGKILL, at a limit and at stop
   std::string WorkDir;                      // the door's working directory; empty: the host's
+  bool Utf8 = false;  // relay the door's output to the caller in UTF-8 instead of handing down the socket
   // What DOOR32.SYS tells the door about the caller.
   std::string BbsName = "Wicket Host";
   int32_t Baud = 38400;
@@ -42,6 +43,11 @@ std::string HostUsage();
 // The minutes left that DOOR32.SYS announces: Minutes when given, else the session limit in
 // whole minutes rounded up, else 60.
 int32_t HostMinutesLeft(const THostOptions& AOptions);
+
+// The seconds after which the host hangs a session's door up, 0 for never: SessionLimit when
+// given, else the minutes left and then the grace time, so that a door whose caller's time is
+// up can say so and end on its own before the host steps in.
+int32_t HostSessionSeconds(const THostOptions& AOptions);
 
 // The door command for one session: in every argument, each "{fd}" becomes ASocket, "{node}"
 // ANode and "{door32}" ADoor32Path, wherever they stand ("-S{fd}" gives "-S5"). Other text,

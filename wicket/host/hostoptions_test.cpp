@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <filesystem>
 #include <fstream>
 
@@ -32,20 +33,26 @@ TEST(HostOptions, AcceptedCommandLines) {
   struct TCase {
     const char* Args;
     std::string Address;
-    int32_t Port, Nodes, Limit, Grace, Minutes;
+    int32_t Port, Nodes, Limit, Grace, Minutes;  // Limit: the seconds the host allows a session
+    bool Utf8;
     const char* Command;  // first word of the door command
   } Cases[] = {
-      {"-- door", "127.0.0.1", 2323, 4, 0, 3, 60, "door"},
-      {"--listen 127.0.0.1:0 -- door -S{fd}", "127.0.0.1", 0, 4, 0, 3, 60, "door"},
-      {"--listen=0.0.0.0:23 --nodes=1 -- d", "0.0.0.0", 23, 1, 0, 3, 60, "d"},
-      {"--listen 4000 -- d", "127.0.0.1", 4000, 4, 0, 3, 60, "d"},
-      {"--listen :4001 -- d", "127.0.0.1", 4001, 4, 0, 3, 60, "d"},
-      {"--nodes 255 --session-limit 90 -- d", "127.0.0.1", 2323, 255, 90, 3, 2, "d"},
-      {"--session-limit 60 --grace 0 -- d", "127.0.0.1", 2323, 4, 60, 0, 1, "d"},
-      {"--session-limit 60 --minutes 5 -- d", "127.0.0.1", 2323, 4, 60, 3, 5, "d"},
-      {"--minutes 0 -- d", "127.0.0.1", 2323, 4, 0, 3, 0, "d"},
+      // Without a session limit the caller's minutes bound the session, and the door gets the
+      // grace time to end on its own when they are up.
+      {"-- door", "127.0.0.1", 2323, 4, 3603, 3, 60, false, "door"},
+      {"--listen 127.0.0.1:0 -- door -S{fd}", "127.0.0.1", 0, 4, 3603, 3, 60, false, "door"},
+      {"--listen=0.0.0.0:23 --nodes=1 -- d", "0.0.0.0", 23, 1, 3603, 3, 60, false, "d"},
+      {"--listen 4000 -- d", "127.0.0.1", 4000, 4, 3603, 3, 60, false, "d"},
+      {"--listen :4001 -- d", "127.0.0.1", 4001, 4, 3603, 3, 60, false, "d"},
+      {"--nodes 255 --session-limit 90 -- d", "127.0.0.1", 2323, 255, 90, 3, 2, false, "d"},
+      {"--session-limit 60 --grace 0 -- d", "127.0.0.1", 2323, 4, 60, 0, 1, false, "d"},
+      {"--session-limit 60 --minutes 5 -- d", "127.0.0.1", 2323, 4, 60, 3, 5, false, "d"},
+      {"--session-limit 0 -- d", "127.0.0.1", 2323, 4, 0, 3, 60, false, "d"},
+      {"--minutes 0 --grace 1 -- d", "127.0.0.1", 2323, 4, 1, 1, 0, false, "d"},
+      {"--minutes 35791394 --grace 3600 -- d", "127.0.0.1", 2323, 4, INT32_MAX, 3600, 35791394, false, "d"},
+      {"--utf8 --nodes 2 -- d", "127.0.0.1", 2323, 2, 3603, 3, 60, true, "d"},
       // A door option that looks like one of the host's stays the door's.
-      {"-- d --nodes 9", "127.0.0.1", 2323, 4, 0, 3, 60, "d"},
+      {"-- d --nodes 9 --utf8", "127.0.0.1", 2323, 4, 3603, 3, 60, false, "d"},
   };
   for (const TCase& C : Cases) {
     SCOPED_TRACE(C.Args);
@@ -55,9 +62,10 @@ TEST(HostOptions, AcceptedCommandLines) {
     EXPECT_EQ(Options.ListenAddress, C.Address);
     EXPECT_EQ(Options.ListenPort, C.Port);
     EXPECT_EQ(Options.Nodes, C.Nodes);
-    EXPECT_EQ(Options.SessionLimit, C.Limit);
+    EXPECT_EQ(HostSessionSeconds(Options), C.Limit);
     EXPECT_EQ(Options.GraceSeconds, C.Grace);
     EXPECT_EQ(HostMinutesLeft(Options), C.Minutes);
+    EXPECT_EQ(Options.Utf8, C.Utf8);
     EXPECT_EQ(Options.Command.front(), C.Command);
   }
 }
