@@ -485,7 +485,11 @@ TEST_P(HangupAtAnyMoment, EndsAtOnceInOrder) {
     EXPECT_TRUE(SameMode(ModeOf(Door.Slave), Cooked));
   }
   if (C.Way == hwSocketSignal) {
-    // The caller is still there: the BBS's copy of the socket reaches them after the door.
+    // The caller is still there: left in grey with the cursor at the bottom left, and the BBS's
+    // copy of the socket reaches them after the door.
+    const std::string Reset = Door.Wire.substr(Before);
+    EXPECT_NE(Reset.find("\x1B[0;37m"), std::string::npos) << Reset;
+    EXPECT_TRUE(Reset.ends_with("\x1B[255B\x1B[255D")) << Reset;
     const std::string Back = "Back at the BBS\r\n";
     ASSERT_EQ(write(Door.Bbs, Back.data(), Back.size()), ssize_t(Back.size()));
     EXPECT_TRUE(PumpUntilOnWire(Door, Back));
