@@ -392,7 +392,8 @@ TEST_P(HangupAtAnyMoment, EndsAtOnceInOrder) {
     Url = "http://feed.stall.test:" + std::to_string(Site.Server.Port) + "/";
     // The lookup goes to a stand-in that never answers for this name; the door's code is its own.
     Env = {"LD_PRELOAD=" + (BuildDir() / "tests" / "libtamblin_stallresolver.so").string(),
-           "ASAN_OPTIONS=verify_asan_link_order=0"};
+           std::string("ASAN_OPTIONS=") + (getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "") +
+               ":verify_asan_link_order=0"};
   }
   if (C.Phase == hpTlsHandshake) Url = "https://" + HostPort + "/";
   if (C.Phase == hpRequest) Url += "?" + std::string(8 << 20, 'q');
@@ -433,7 +434,7 @@ TEST_P(HangupAtAnyMoment, EndsAtOnceInOrder) {
       // Top left on black over the skin: the last output before the fetch.
       ASSERT_TRUE(Pump(
           Door, [&] { return Seen.ends_with("\x1B[0;0f\x1B[40m"); }, 10000))
-          << Seen;
+          << Seen << Door.Stderr();
       Settle();
       break;
     case hpTlsHandshake:

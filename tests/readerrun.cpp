@@ -60,12 +60,18 @@ std::string SettingsText(const std::string& AUrl, const std::string& ASkin,
 }
 
 std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExtra) {
+  std::vector<std::string> Set = {"WICKET_STOP_PAUSE_MS=0"};
+  Set.insert(Set.end(), AExtra.begin(), AExtra.end());
+  // A variable set here replaces the test's own: the first of two would win.
+  const auto IsSet = [&](std::string_view AVar) {
+    for (const std::string& S : Set)
+      if (AVar.substr(0, AVar.find('=') + 1) == S.substr(0, S.find('=') + 1)) return true;
+    return false;
+  };
   std::vector<std::string> Env;
-  for (char** Var = environ; *Var != nullptr; ++Var) {
-    if (!std::string_view(*Var).starts_with("WICKET_STOP_PAUSE_MS=")) Env.push_back(*Var);
-  }
-  Env.push_back("WICKET_STOP_PAUSE_MS=0");
-  Env.insert(Env.end(), AExtra.begin(), AExtra.end());
+  for (char** Var = environ; *Var != nullptr; ++Var)
+    if (!IsSet(*Var)) Env.push_back(*Var);
+  Env.insert(Env.end(), Set.begin(), Set.end());
   return Env;
 }
 
