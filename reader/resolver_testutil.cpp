@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 
 struct addrinfo;
 
@@ -17,7 +18,8 @@ extern "C" int getaddrinfo(const char* AName, const char* AService, const addrin
   constexpr size_t SUFFIX_LENGTH = sizeof STALL_SUFFIX - 1;
   const size_t Length = AName != nullptr ? std::strlen(AName) : 0;
   if (Length >= SUFFIX_LENGTH && std::strcmp(AName + Length - SUFFIX_LENGTH, STALL_SUFFIX) == 0) {
-    sleep(60);
+    // A signal does not cut it short: a real lookup goes on waiting for its name server.
+    for (const time_t End = time(nullptr) + 60; time(nullptr) < End;) sleep(1);
     return -3;  // EAI_AGAIN
   }
   using TGetAddrInfo = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
