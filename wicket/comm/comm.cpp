@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 
 #include "console/console.h"
 
@@ -203,10 +204,19 @@ void (*CommOnWriteWait)() = nullptr;
 
 bool CommOutputStalled() { return FSendLost; }
 
+// The caller is known to be gone: the read side found the peer closed, the peer has shut the
+// connection, or the BBS hung the caller up. A caller whose carrier was dropped only for a
+// stalled send may merely be slow.
+static bool CallerKnownGone() {
+  if ((!FCarrier && !FSendLost) || ConsoleEndSignal() == SIGHUP) return true;
+  pollfd Poll{FCommNumber, POLLRDHUP, 0};
+  return poll(&Poll, 1, 0) != 0 && (Poll.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
 void CommDrainOutput(int32_t ATimeoutMs) {
   const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
   int Queued = 0;
-  while (FCarrier && ConsoleEndSignal() == 0 && ioctl(FCommNumber, SIOCOUTQ, &Queued) == 0 && Queued > 0 &&
+  while (!CallerKnownGone() && ioctl(FCommNumber, SIOCOUTQ, &Queued) == 0 && Queued > 0 &&
          std::chrono::steady_clock::now() < Deadline)
     Delay(10);
 }

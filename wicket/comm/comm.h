@@ -65,8 +65,8 @@ extern void (*CommOnWriteWait)();
 bool CommOutputStalled();
 // Waits, at most ATimeoutMs, until the system has sent everything queued on the socket (its
 // send queue is empty), so that the last words of a run reach the caller before the process
-// ends and the BBS takes the line back. Returns at once when the carrier is lost or an end was
-// requested.
+// ends and the BBS takes the line back. Returns at once when the caller is known to be gone:
+// a receive found the peer closed, the peer has shut the connection, or SIGHUP came.
 void CommDrainOutput(int32_t ATimeoutMs);
 
 // Writes are unbuffered and there is no line speed; these three do nothing.

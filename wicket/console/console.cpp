@@ -153,10 +153,10 @@ void ConsoleRestoreTerminal() {
 }
 
 // Waits, at most 2 s, until the terminal has sent what it was given, so that the last words of
-// a run are not cut off by whoever takes the line over after us. Not when the reader is gone or
-// a signal has asked for the end.
+// a run are not cut off by whoever takes the line over after us. Not when the reader is gone
+// (output failed, input ended, SIGHUP).
 static void DrainTerminal() {
-  if (OutputRedir || FOutputLost || FEndSignal != 0 || ConsoleInputEnded()) return;
+  if (OutputRedir || FOutputLost || FEndSignal == SIGHUP || ConsoleInputEnded()) return;
   const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(2000);
   int Queued = 0;
   while (ioctl(1, TIOCOUTQ, &Queued) == 0 && Queued > 0 && std::chrono::steady_clock::now() < Deadline)

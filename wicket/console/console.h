@@ -23,7 +23,7 @@
 //    exit() and the end of main (atexit), on std::terminate (an unhandled exception: restored,
 //    then the previous terminate handler runs), and on SIGQUIT (restored, then the signal is
 //    raised again with its default action). Before exit, output still queued on the terminal
-//    is given up to 2 s to leave (not when input has ended or a signal asked for the end).
+//    is given up to 2 s to leave (not when output failed, input has ended or SIGHUP came).
 //  - SIGHUP, SIGTERM and SIGINT become an orderly end request, installed before the cursor
 //    question: the terminal is restored at once, ConsoleEndSignal() tells which signal came, and
 //    ConsoleSignalFd() turns readable so that any wait can wake. The console's own waits honour

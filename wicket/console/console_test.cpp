@@ -75,10 +75,6 @@ TEST(ConsoleStart, TerminalRestoredOnEveryWayOut) {
       {[] {}, 0, "exit 0"},
       {[] { std::exit(3); }, 0, "exit 3"},
       {[] { [&]() noexcept { Throw(); }(); }, 0, "signal 6"},
-      // An end request: the key wait ends the run the orderly way.
-      {[] {}, SIGTERM, "exit 0"},
-      {[] {}, SIGHUP, "exit 0"},
-      {[] {}, SIGINT, "exit 0"},
       {[] {}, SIGQUIT, "signal 3"},
   };
   for (const auto& Case : Cases) {

@@ -74,13 +74,14 @@ void DoorDoEvents() {
   if (!DoorSession.Events) return;
   // The BBS has hung the caller up, or the run was told to end: at once, not at the next
   // second. Once only: a hang-up hook that returns is asked again by the carrier step.
-  if (ConsoleEndSignal() != 0 && !FEndRequestSeen) {
+  const bool FirstSight = ConsoleEndSignal() != 0 && !FEndRequestSeen;
+  if (FirstSight) {
     FEndRequestSeen = true;
     DoorEndForHangup();
   }
   if (WholeSeconds(DoorNow(), DoorSession.EventsTime) < 1) return;
 
-  if (!DoorCarrier() || ConsoleEndSignal() != 0) DoorEndForHangup();
+  if (!DoorCarrier() || (FEndRequestSeen && !FirstSight)) DoorEndForHangup();
 
   if (DoorSession.DoIdleCheck && DoorSecondsIdle() > DoorSession.MaxIdle && DoorOnTimeOut != nullptr)
     DoorOnTimeOut();

@@ -17,11 +17,10 @@ using TEnv = std::vector<std::pair<std::string, std::string>>;
 
 // A door side that writes the drop file ADrop (ALines, each ended by CR LF, "{fd}" standing for
 // the door's end of the link) and runs wicket-example with AArguments, "{fd}" filled in the same,
-// and with AEnv in its environment. The stop pauses are turned off unless AEnv sets them.
+// and with AEnv in its environment (the rig has turned the stop pauses off).
 std::function<void(int)> Example(std::vector<std::string> AArguments, const std::string& ADrop = "",
                                  const std::vector<std::string>& ALines = {}, const TEnv& AEnv = {}) {
   return [=](int ADoorFd) mutable {
-    setenv("WICKET_STOP_PAUSE_MS", "0", 1);
     for (const auto& [Name, Value] : AEnv) setenv(Name.c_str(), Value.c_str(), 1);
     auto Fill = [&](std::string AText) {
       const size_t At = AText.find("{fd}");
