@@ -99,8 +99,8 @@ struct TMemorySource {
 };
 THttpSource MemorySource(TMemorySource& AMemory);
 
-// How long the exchange may take, counted from the start of the TCP connect, before a read or
-// write that is still waiting fails the fetch. Program-wide; tests shorten it.
+// How long the exchange may take, counted from the start of the name lookup, before a wait
+// that is still going on fails the fetch. Program-wide; tests shorten it.
 extern int FetchIoTimeoutMs;
 // The most bytes a response may have, status line and headers included. Program-wide; tests
 // lower it.
@@ -124,6 +124,7 @@ constexpr int FETCH_WATCH_RECHECK_MS = 250;
 inline constexpr const char* FETCH_GIVEN_UP = "Fetch given up";
 
 // Fetches Url ("http" or "https", IPv4 only) with one GET and returns the body of a 200
-// response, bytes unconverted. Blocks the calling thread. Every failure is a std::runtime_error
+// response, bytes unconverted. Blocks the calling thread; for a host name it also starts (and
+// always reaps) one child process. Every failure is a std::runtime_error
 // whose what() is the message for the caller, e.g. "Unexpected response status code: 404".
 std::string SimpleGet(const std::string& Url);
