@@ -2,7 +2,8 @@
 // reader with its chunked decoding, and SimpleGet, which owns one connection for the length of
 // the call. All socket I/O after the connect goes through ReadSome/WriteSome below, the TLS
 // session's included (through a BIO of our own), so that time-outs and the no-SIGPIPE rule hold
-// for both kinds of connection alike.
+// for both kinds of connection alike. Every wait of a fetch, the name lookup's included, is one
+// poll through WaitReady, which also watches the program's descriptors (FetchAddWatch).
 #include "fetch.h"
 
 #include <arpa/inet.h>
@@ -14,7 +15,10 @@
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,6 +31,8 @@
 int FetchIoTimeoutMs = 30000;
 size_t FetchMaxResponseBytes = 32u << 20;
 bool FetchVerifyPeer = false;
+TFetchAddWatch FetchAddWatch = nullptr;
+TFetchGiveUp FetchGiveUp = nullptr;
 
 namespace {
 
@@ -226,6 +232,7 @@ struct TConnection {
   TClock::time_point Deadline{};
   bool TlsBroken = false;  // after a fatal TLS error or a time-out no close_notify is sent
   bool TimedOut = false;   // the last failed socket call ran into Deadline
+  bool GaveUp = false;     // the last failed socket call was ended by FetchGiveUp
   bool PeerEnded = false;  // the socket has reported the end of the stream
   bool GotAny = false;     // at least one byte has come from the peer
 
@@ -243,17 +250,48 @@ struct TConnection {
   }
 };
 
-// Waits until AFd is ready for AEvents or ADeadline passes; interrupted waits go on.
-// 1: ready (or in error, which the next call reports), 0: time-out, -1: poll failed.
-int WaitReady(int AFd, short AEvents, TClock::time_point ADeadline) {
+enum TWait : uint8_t {
+  wtReady,     // ready, or in error, which the next call on the descriptor reports
+  wtTimedOut,  // the deadline passed
+  wtFailed,    // poll itself failed
+  wtGaveUp,    // FetchGiveUp said so
+};
+
+// The poll set of the current wait: the descriptor waited on first, then the watch. Kept
+// between waits so that a wait costs no allocation.
+std::vector<pollfd> FPoll;
+
+bool MustGiveUp() { return FetchGiveUp != nullptr && FetchGiveUp(); }
+
+// Waits until AFd is ready for AEvents or ADeadline passes, or the watch ends the fetch.
+// Interrupted waits go on, after asking FetchGiveUp.
+TWait WaitReady(int AFd, short AEvents, TClock::time_point ADeadline) {
+  // After a watched descriptor woke us with no reason to end, one short wait leaves the watch
+  // out, so that a descriptor that stays ready can't make this loop spin.
+  bool Recheck = false;
   for (;;) {
+    if (MustGiveUp()) return wtGaveUp;
     const auto Left = std::chrono::duration_cast<std::chrono::milliseconds>(ADeadline - TClock::now());
-    pollfd P{AFd, AEvents, 0};
-    const int R = poll(&P, 1, static_cast<int>(std::max<int64_t>(Left.count(), 0)));
-    if (R > 0) return 1;
-    if (R == 0) return 0;
-    if (errno != EINTR) return -1;
+    const int LeftMs = static_cast<int>(std::clamp<int64_t>(Left.count(), 0, INT32_MAX));
+    int Ms = LeftMs;
+    FPoll.assign(1, pollfd{AFd, AEvents, 0});
+    if (Recheck)
+      Ms = std::min(Ms, FETCH_WATCH_RECHECK_MS);
+    else if (FetchAddWatch != nullptr)
+      FetchAddWatch(FPoll);
+    const int R = poll(FPoll.data(), static_cast<nfds_t>(FPoll.size()), Ms);
+    if (R < 0 && errno != EINTR) return wtFailed;
+    if (R > 0 && FPoll[0].revents != 0) return wtReady;
+    if (R == 0 && Ms == LeftMs) return wtTimedOut;
+    Recheck = R > 0;
   }
+}
+
+// Notes on AConn how a wait ended; true when it ended ready.
+bool WaitedReady(TConnection& AConn, TWait AWait) {
+  AConn.TimedOut = AWait == wtTimedOut;
+  AConn.GaveUp = AWait == wtGaveUp;
+  return AWait == wtReady;
 }
 
 // One recv of at most ASize bytes, waiting for data up to the connection's deadline.
@@ -268,9 +306,7 @@ ssize_t ReadSome(TConnection& AConn, char* ABuffer, size_t ASize) {
     }
     if (errno == EINTR) continue;
     if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    const int W = WaitReady(AConn.Fd, POLLIN, AConn.Deadline);
-    if (W == 0) AConn.TimedOut = true;
-    if (W <= 0) return -1;
+    if (!WaitedReady(AConn, WaitReady(AConn.Fd, POLLIN, AConn.Deadline))) return -1;
   }
 }
 
@@ -281,17 +317,17 @@ ssize_t WriteSome(TConnection& AConn, const char* AData, size_t ASize) {
     if (R >= 0) return R;
     if (errno == EINTR) continue;
     if (errno != EAGAIN && errno != EWOULDBLOCK) return -1;
-    const int W = WaitReady(AConn.Fd, POLLOUT, AConn.Deadline);
-    if (W == 0) AConn.TimedOut = true;
-    if (W <= 0) return -1;
+    if (!WaitedReady(AConn, WaitReady(AConn.Fd, POLLOUT, AConn.Deadline))) return -1;
   }
 }
 
 [[noreturn]] void FailRead(const TConnection& AConn) {
+  if (AConn.GaveUp) Fail(FETCH_GIVEN_UP);
   Fail(AConn.TimedOut ? "Timed out reading data from socket" : "Error reading data from socket");
 }
 
 [[noreturn]] void FailWrite(const TConnection& AConn) {
+  if (AConn.GaveUp) Fail(FETCH_GIVEN_UP);
   Fail(AConn.TimedOut ? "Timed out writing data to socket" : "Error writing data to socket");
 }
 
@@ -301,7 +337,7 @@ size_t ReadPlain(void* AContext, char* ABuffer, size_t ASize) {
   if (R >= 0) return static_cast<size_t>(R);
   // A server that accepts and closes at once resets the connection when our request is still
   // unread on its side: that is a server that said nothing, an empty feed, not a read error.
-  if (!Conn.GotAny && !Conn.TimedOut && (errno == ECONNRESET || errno == EPIPE)) return 0;
+  if (!Conn.GotAny && !Conn.TimedOut && !Conn.GaveUp && (errno == ECONNRESET || errno == EPIPE)) return 0;
   FailRead(Conn);
 }
 
@@ -366,20 +402,85 @@ void InitTls(TConnection& AConn) {
     Fail(Failure);
 }
 
-in_addr ResolveHost(const std::string& AHost) {
+// One lookup's child process and the pipe its answer comes through; on every way out of
+// ResolveHost the child is killed (a lookup that still runs is abandoned) and reaped.
+struct TResolver {
+  pid_t Pid = -1;
+  int Fd = -1;
+
+  TResolver() = default;
+  TResolver(const TResolver&) = delete;
+  TResolver& operator=(const TResolver&) = delete;
+  ~TResolver() {
+    if (Fd >= 0) close(Fd);
+    if (Pid <= 0) return;
+    kill(Pid, SIGKILL);
+    while (waitpid(Pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+};
+
+// The child's whole life: the first IPv4 address of AHost into AOut (4 bytes, network order),
+// nothing when there is none. It holds nothing of the program's: no copy of the caller's line
+// or terminal (a lookup left running must not keep the caller connected), default signal
+// dispositions (a hang-up sent to the program's process group ends it too), and it dies with
+// the program.
+[[noreturn]] void RunResolver(const std::string& AHost, int AOut, pid_t AParent) {
+  for (const int Signal : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGALRM}) signal(Signal, SIG_DFL);
+  sigset_t None;
+  sigemptyset(&None);
+  sigprocmask(SIG_SETMASK, &None, nullptr);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != AParent) _exit(1);
+  const int Null = open("/dev/null", O_RDWR);
+  for (int Fd = 0; Fd <= 2; ++Fd) dup2(Null, Fd);
+  dup2(AOut, 3);
+  close_range(4, ~0U, 0);
+  addrinfo Hints{};
+  Hints.ai_family = AF_INET;
+  Hints.ai_socktype = SOCK_STREAM;
+  addrinfo* Found = nullptr;
+  if (getaddrinfo(AHost.c_str(), nullptr, &Hints, &Found) != 0 || !Found) _exit(1);
+  const in_addr Address = reinterpret_cast<const sockaddr_in*>(Found->ai_addr)->sin_addr;
+  (void)!write(3, &Address, sizeof Address);
+  _exit(0);
+}
+
+in_addr ResolveHost(const std::string& AHost, TClock::time_point ADeadline) {
   const std::string Failure = "Host name resolution for \"" + AHost + "\" failed.";
   // A zero byte would make the resolver look up a shorter name than the one configured.
   if (AHost.empty() || AHost.find('\0') != std::string::npos) Fail(Failure);
   in_addr Address{};
   if (inet_pton(AF_INET, AHost.c_str(), &Address) == 1) return Address;
-  addrinfo Hints{};
-  Hints.ai_family = AF_INET;
-  Hints.ai_socktype = SOCK_STREAM;
-  addrinfo* Found = nullptr;
-  if (getaddrinfo(AHost.c_str(), nullptr, &Hints, &Found) != 0 || !Found) Fail(Failure);
-  Address = reinterpret_cast<const sockaddr_in*>(Found->ai_addr)->sin_addr;
-  freeaddrinfo(Found);
-  return Address;
+  if (MustGiveUp()) Fail(FETCH_GIVEN_UP);
+
+  int Pipe[2];
+  if (pipe2(Pipe, O_CLOEXEC | O_NONBLOCK) != 0) Fail(Failure);
+  TResolver Resolver;
+  Resolver.Fd = Pipe[0];
+  const pid_t Parent = getpid();
+  Resolver.Pid = fork();
+  if (Resolver.Pid == 0) RunResolver(AHost, Pipe[1], Parent);
+  close(Pipe[1]);
+  if (Resolver.Pid < 0) Fail(Failure);
+  for (;;) {
+    switch (WaitReady(Resolver.Fd, POLLIN, ADeadline)) {
+      case wtReady:
+        break;
+      case wtTimedOut:
+        Fail("Host name resolution for \"" + AHost + "\" timed out.");
+      case wtGaveUp:
+        Fail(FETCH_GIVEN_UP);
+      case wtFailed:
+        Fail(Failure);
+    }
+    // Four bytes are less than PIPE_BUF: they come in one piece or not at all. The end of the
+    // pipe without them is a lookup that found nothing.
+    const ssize_t Got = read(Resolver.Fd, &Address, sizeof Address);
+    if (Got == static_cast<ssize_t>(sizeof Address)) return Address;
+    if (Got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    Fail(Failure);
+  }
 }
 
 void ConnectTcp(TConnection& AConn, in_addr AAddress, uint16_t APort, const std::string& AWhere) {
@@ -393,15 +494,17 @@ void ConnectTcp(TConnection& AConn, in_addr AAddress, uint16_t APort, const std:
   Peer.sin_family = AF_INET;
   Peer.sin_port = htons(APort);
   Peer.sin_addr = AAddress;
-  const auto Deadline = TClock::now() + std::chrono::milliseconds(FETCH_CONNECT_TIMEOUT_MS);
+  const auto Deadline =
+      std::min(AConn.Deadline, TClock::now() + std::chrono::milliseconds(FETCH_CONNECT_TIMEOUT_MS));
   for (;;) {
     if (connect(AConn.Fd, reinterpret_cast<const sockaddr*>(&Peer), sizeof Peer) == 0) break;
     // An interrupted connect goes on in the kernel; asking again reports EALREADY.
     if (errno == EINTR) continue;
     if (errno != EINPROGRESS && errno != EALREADY) Fail(Failed);
-    const int W = WaitReady(AConn.Fd, POLLOUT, Deadline);
-    if (W == 0) Fail("Connection to " + AWhere + " timed out.");
-    if (W < 0) Fail(Failed);
+    const TWait W = WaitReady(AConn.Fd, POLLOUT, Deadline);
+    if (W == wtTimedOut) Fail("Connection to " + AWhere + " timed out.");
+    if (W == wtGaveUp) Fail(FETCH_GIVEN_UP);
+    if (W == wtFailed) Fail(Failed);
     int Error = 0;
     socklen_t Size = sizeof Error;
     if (getsockopt(AConn.Fd, SOL_SOCKET, SO_ERROR, &Error, &Size) < 0) Fail(Failed);
@@ -436,7 +539,7 @@ void HandshakeTls(TConnection& AConn, const std::string& AHost, const std::strin
   const int R = SSL_connect(AConn.Ssl);
   if (R == 1) return;
   AConn.TlsBroken = true;
-  if (AConn.TimedOut) FailRead(AConn);
+  if (AConn.TimedOut || AConn.GaveUp) FailRead(AConn);
   // The reason in words, not OpenSSL's bare "certificate verify failed": the sysop has to
   // tell a self-signed server from an expired one or from a wrong name in the URL.
   const long Verified = SSL_get_verify_result(AConn.Ssl);
@@ -630,10 +733,11 @@ std::string SimpleGet(const std::string& Url) {
 
   TConnection Conn;
   if (Tls) InitTls(Conn);
-  const in_addr Address = ResolveHost(Parts.Host);
   // One bound for the whole exchange rather than one per read: a server that sends a byte
-  // now and then would otherwise hold the caller for as long as it likes.
+  // now and then, or a resolver that never answers, would otherwise hold the caller for as
+  // long as it likes.
   Conn.Deadline = TClock::now() + std::chrono::milliseconds(FetchIoTimeoutMs);
+  const in_addr Address = ResolveHost(Parts.Host, Conn.Deadline);
   ConnectTcp(Conn, Address, Port, Where);
   if (Tls) HandshakeTls(Conn, Parts.Host, Where);
   SendRequest(Conn, BuildGetRequest(Parts));

@@ -8,11 +8,19 @@
 // code that reads a socket or a TLS session can be fed from memory by tests and fuzz targets.
 //
 // Decisions where the wire contract is silent:
-// - Once the host name is resolved, the whole exchange (connect, TLS handshake, request and
-//   response) must be over within FetchIoTimeoutMs, 30 s; the connect alone keeps its 3 s. So a
-//   server that stalls, or one that trickles a byte now and then, holds the caller no longer
-//   than that; the failures read "Timed out reading data from socket" and "Timed out writing
-//   data to socket". A feed that needs more than 30 s to arrive is not served.
+// - The whole exchange (name resolution, connect, TLS handshake, request and response) must be
+//   over within FetchIoTimeoutMs, 30 s; the connect alone keeps its 3 s. So a server that
+//   stalls, or one that trickles a byte now and then, holds the caller no longer than that; the
+//   failures read "Timed out reading data from socket" and "Timed out writing data to socket",
+//   and a resolver that never answers "Host name resolution for \"%s\" timed out.". A feed
+//   that needs more than 30 s to arrive is not served.
+// - A host name is resolved in a short-lived child process that writes the address into a pipe,
+//   so that the wait for it is an ordinary poll like every other wait of the fetch (bounded,
+//   and woken by the watch below) and the program stays single-threaded. An abandoned lookup's
+//   child is killed and reaped before SimpleGet returns; it also dies with the program.
+// - Every wait also watches the descriptors FetchAddWatch adds: when one turns ready (or a
+//   signal cuts the wait short) and FetchGiveUp says so, the fetch closes its connection and
+//   fails with FETCH_GIVEN_UP, within milliseconds rather than at its time-out.
 // - Every send uses MSG_NOSIGNAL, the TLS session included (it writes through our own BIO),
 //   so a server that resets the connection gives a failure text, never a SIGPIPE death. The
 //   process's signal dispositions are not touched.
@@ -37,10 +45,13 @@
 //   "unable to get local issuer certificate", "hostname mismatch" or "IP address mismatch".
 #pragma once
 
+#include <poll.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The pieces of a feed URL, each as it stands in the URL: nothing escaped or decoded.
 struct TUrlParts {
@@ -92,8 +103,8 @@ struct TMemorySource {
 };
 THttpSource MemorySource(TMemorySource& AMemory);
 
-// How long the exchange may take, counted from the start of the TCP connect, before a read or
-// write that is still waiting fails the fetch. Program-wide; tests shorten it.
+// How long the exchange may take, counted from the start of the name lookup, before a wait
+// that is still going on fails the fetch. Program-wide; tests shorten it.
 extern int FetchIoTimeoutMs;
 // The most bytes a response may have, status line and headers included. Program-wide; tests
 // lower it.
@@ -107,7 +118,23 @@ constexpr int FETCH_CONNECT_TIMEOUT_MS = 3000;
 // must keep loading; the reader's -V option turns it on. Program-wide; read at each fetch.
 extern bool FetchVerifyPeer;
 
+// The program's watch over the fetch, so that a run whose caller has gone need not sit out
+// the fetch's time-outs. Both nullptr (the preset): nothing is watched. FetchAddWatch appends
+// the descriptors (with their events) whose readiness may mean the fetch must end; it is called
+// for every wait and must not touch what is already in APoll. FetchGiveUp is asked when one of
+// them is ready or a signal has cut a wait short, and before every wait: true ends the fetch.
+// A watched descriptor that stays ready while FetchGiveUp says false costs a wake-up every
+// FETCH_WATCH_RECHECK_MS, not a busy loop.
+using TFetchAddWatch = void (*)(std::vector<pollfd>& APoll);
+using TFetchGiveUp = bool (*)();
+extern TFetchAddWatch FetchAddWatch;
+extern TFetchGiveUp FetchGiveUp;
+constexpr int FETCH_WATCH_RECHECK_MS = 250;
+// The what() of the failure a fetch ends with when FetchGiveUp said so.
+inline constexpr const char* FETCH_GIVEN_UP = "Fetch given up";
+
 // Fetches Url ("http" or "https", IPv4 only) with one GET and returns the body of a 200
-// response, bytes unconverted. Blocks the calling thread. Every failure is a std::runtime_error
+// response, bytes unconverted. Blocks the calling thread; for a host name it also starts (and
+// always reaps) one child process. Every failure is a std::runtime_error
 // whose what() is the message for the caller, e.g. "Unexpected response status code: 404".
 std::string SimpleGet(const std::string& Url);

@@ -26,7 +26,10 @@ struct FetchNet : ::testing::Test {
   void SetUp() override {
     FetchIoTimeoutMs = 30000;
     FetchVerifyPeer = false;
+    FetchAddWatch = nullptr;
+    FetchGiveUp = nullptr;
   }
+  void TearDown() override { SetUp(); }
 };
 
 // While it lives, SIGALRM comes every 10 ms to a handler that does nothing, without SA_RESTART:
@@ -206,9 +209,16 @@ TEST_F(FetchNet, ConnectTimesOutAfterThreeSeconds) {
   EXPECT_LT(Took, 6s);
 }
 
+// Every wait also watches a descriptor that is ready all along while the program never wants
+// the fetch to end: it must neither end the fetch nor be taken for the socket being ready.
 TEST_F(FetchNet, StalledServerTimesOut) {
   FetchIoTimeoutMs = 500;
   TSignalRain Rain;
+  static int AlwaysReady[2];
+  ASSERT_EQ(pipe(AlwaysReady), 0);
+  ASSERT_EQ(write(AlwaysReady[1], "x", 1), 1);
+  FetchAddWatch = [](std::vector<pollfd>& APoll) { APoll.push_back({AlwaysReady[0], POLLIN, 0}); };
+  FetchGiveUp = [] { return false; };
   for (bool Tls : {false, true}) {
     SCOPED_TRACE(Tls ? "TLS" : "plain");
     TTestServer Server;
@@ -232,6 +242,13 @@ TEST_F(FetchNet, StalledServerTimesOut) {
   Mute.Replies = {{.ReadLimit = 0, .End = seStall}};
   StartTestServer(Mute);
   EXPECT_EQ(FetchOutcome("https://127.0.0.1:" + std::to_string(Mute.Port) + "/"), READ_TIMEOUT);
+  // A resolver that never answers counts against the same bound, and its lookup process is
+  // gone when the fetch has failed.
+  EXPECT_EQ(FetchOutcome("http://feed.stall.test/"),
+            "!Host name resolution for \"feed.stall.test\" timed out.");
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  close(AlwaysReady[0]);
+  close(AlwaysReady[1]);
 }
 
 // The server hangs up while the request is still going out: a failure text, and no SIGPIPE

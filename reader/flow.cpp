@@ -1,5 +1,5 @@
 // The main flow's decisions: the settings file and the reader's own option from the command
-// line, the item loop's keys and moves, and the release of the feed text.
+// line, the item loop's keys and moves.
 #include "flow.h"
 
 #include "fetch.h"
@@ -37,8 +37,4 @@ int32_t ItemAfterCommand(TItemCommand ACommand, int32_t ACurrent, int32_t ACount
   if (ACommand == icNext && ACurrent < ACount - 1) return ACurrent + 1;
   if (ACommand == icPrevious && ACurrent > 0) return ACurrent - 1;
   return ACurrent;
-}
-
-void TFeedRelease::operator()(std::vector<std::string>* AFeed) const {
-  std::vector<std::string>().swap(*AFeed);
 }

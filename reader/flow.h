@@ -1,11 +1,10 @@
 // The decisions of the reader's main flow, kept apart from tamblin.cpp so that they can be
-// tested without running a door: which settings file and options the command line names, what a key
-// means in the item loop, and the release of the feed text at the end of a run.
+// tested without running a door: which settings file and options the command line names, and
+// what a key means in the item loop.
 #pragma once
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 // The settings file used when no "@" argument names one; looked up in the current directory.
 inline constexpr const char* DEFAULT_CONFIG_FILE = "tamblin.cfg";
@@ -34,9 +33,3 @@ TItemCommand ItemCommandForKey(uint8_t AKey, bool AExitOnEnter);
 // The item on screen after ACommand, for ACount items: N and P stop at the ends (no wrap-around),
 // and every other command leaves ACurrent alone.
 int32_t ItemAfterCommand(TItemCommand ACommand, int32_t ACurrent, int32_t ACount);
-
-// Releases the lines of the feed text for good; the deleter of the guard the main flow holds
-// over Feed from the fetch to the end of the run.
-struct TFeedRelease {
-  void operator()(std::vector<std::string>* AFeed) const;
-};

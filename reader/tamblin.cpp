@@ -1,13 +1,16 @@
 // Tamblin Reader: the main program of the RSS door. It owns the order of a run: door start,
 // settings, skin, fetch, scan, then the item loop one key at a time until the caller quits.
-// Exit status 0 at every orderly end (a failed fetch and an empty feed included); 217 with
-// the failure's text on standard error when anything else fails, such as a missing settings
-// file. The door's exit handler still runs then and puts a socket caller's terminal in order.
+// Exit status 0 at every orderly end (a failed fetch, an empty feed and a hang-up included);
+// 217 with the failure's text on standard error when anything else fails, such as a missing
+// settings file. The door's exit handler still runs then and puts a socket caller's terminal in
+// order. Every run that ends short of the items (a failed fetch, an empty feed, a settings
+// failure) leaves its reason in the system log, since the BBS keeps only the exit status.
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <memory>
+#include <string>
+#include <vector>
 
 #include "config.h"
 #include "console/console.h"
@@ -34,9 +37,32 @@ static void ReadItems() {
   }
 }
 
+// The feed into RSSText; false when the fetch failed, after the caller's screen and the log
+// have its reason. A hang-up during the fetch ends it early with a failure of its own: the run
+// then ends as the door ends every hung-up run, with nobody left to tell.
+static bool FetchFeed() {
+  try {
+    RSSText = SimpleGet(FeedUrl);
+    return true;
+  } catch (const std::exception& E) {
+    if (DoorHangupPending()) {
+      DoorEndForHangup();
+      return false;
+    }
+    const std::string Line = std::string("Error fetching RSS: ") + E.what();
+    DoorWriteLn(Line);
+    DoorLogEnd(Line);
+    return false;
+  }
+}
+
 static void RunReader(int AArgc, const char* const* AArgs) {
   DoorOnCLP = ReaderOnCLP;  // -V: https only from a server the system's trust store vouches for
   DoorStartup();
+  // Every wait of the fetch also wakes on a hang-up, so that a caller who leaves while the feed
+  // loads gets the node back at once instead of after the fetch's time-out.
+  FetchAddWatch = DoorAddHangupWatch;
+  FetchGiveUp = DoorHangupPending;
   ConfigFileName = ConfigFileFromArgs(AArgc, AArgs);
   LoadConfig(ConfigFileName);  // no handler: a missing file ends the run with 217
   DoorClrScr();
@@ -51,21 +77,18 @@ static void RunReader(int AArgc, const char* const* AArgs) {
   DoorGotoXY(0, 0);
   DoorTextBackground(0);
 
-  std::unique_ptr<std::vector<std::string>, TFeedRelease> FeedGuard(&Feed);
-  try {
-    RSSText = SimpleGet(FeedUrl);
-  } catch (const std::exception& E) {
-    DoorWriteLn(std::string("Error fetching RSS: ") + E.what());
-    DoorShutdown();
-    std::exit(0);
+  // After a failed fetch or an empty feed the run ends at once, no key awaited; the door's
+  // end lets its last line reach the caller before the BBS repaints.
+  if (FetchFeed()) {
+    ScanFeedItems();
+    if (ItemCount == 0) {
+      DoorWriteLn("No items found in RSS feed.");
+      DoorLogEnd("No items found in RSS feed.");
+    } else {
+      ReadItems();
+    }
   }
-  ScanFeedItems();
-  if (ItemCount == 0) {
-    DoorWriteLn("No items found in RSS feed.");
-  } else {
-    ReadItems();
-  }
-  FeedGuard.reset();
+  std::vector<std::string>().swap(Feed);  // the feed text's lines, released for good
   DoorShutdown();
 }
 
@@ -73,12 +96,19 @@ int main(int argc, char** argv) {
   try {
     RunReader(argc, argv);
   } catch (const std::exception& E) {
+    // A failure that a hang-up caused (a wait cut short) is no failure of the run.
+    if (DoorHangupPending()) DoorEndForHangup();
     ConsoleRestoreTerminal();  // so that the text reads as a line on the sysop's terminal
+    // Standard error may be the caller's screen (a door on a pty) or nowhere the sysop looks:
+    // the log has the reason too.
     std::fprintf(stderr, "%s\n", E.what());
+    DoorLogEnd(E.what());
     std::exit(217);
   } catch (...) {
+    if (DoorHangupPending()) DoorEndForHangup();
     ConsoleRestoreTerminal();
     std::fputs("Unknown failure\n", stderr);
+    DoorLogEnd("Unknown failure");
     std::exit(217);
   }
   return 0;

@@ -29,6 +29,11 @@ void Serve(TFeedServer* AServer) {
     if (P[1].revents != 0) return;
     const int Fd = accept(AServer->ListenFd, nullptr, nullptr);
     if (Fd < 0) continue;
+    ++AServer->Accepted;
+    if (AServer->Stall == fsAccept) {
+      AServer->Held.push_back(Fd);
+      continue;
+    }
     std::string Request;
     char Buffer[4096];
     while (Request.find("\r\n\r\n") == std::string::npos) {
@@ -46,8 +51,31 @@ void Serve(TFeedServer* AServer) {
       if (Put <= 0) break;
       Sent += static_cast<size_t>(Put);
     }
-    close(Fd);
+    if (AServer->Stall == fsResponse)
+      AServer->Held.push_back(Fd);
+    else
+      close(Fd);
   }
+}
+
+// Connects to the listener until a connect no longer completes: the accept queue is full, and
+// the kernel drops further SYNs instead of answering them.
+void FillAcceptQueue(TFeedServer& AServer) {
+  const sockaddr_in Addr = [&] {
+    sockaddr_in A{};
+    A.sin_family = AF_INET;
+    A.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    A.sin_port = htons(AServer.Port);
+    return A;
+  }();
+  for (int I = 0; I < 16; ++I) {
+    const int Fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    AServer.Held.push_back(Fd);
+    connect(Fd, reinterpret_cast<const sockaddr*>(&Addr), sizeof Addr);
+    pollfd P{Fd, POLLOUT, 0};
+    if (poll(&P, 1, 300) == 0) return;
+  }
+  throw std::runtime_error("feed server: the accept queue does not fill");
 }
 
 }  // namespace
@@ -57,16 +85,21 @@ std::string HttpOk(const std::string& ABody) {
          std::to_string(ABody.size()) + "\r\nConnection: close\r\n\r\n" + ABody;
 }
 
-void StartFeedServer(TFeedServer& AServer, std::string AResponse) {
+void StartFeedServer(TFeedServer& AServer, std::string AResponse, TFeedStall AStall) {
   AServer.Response = std::move(AResponse);
+  AServer.Stall = AStall;
   AServer.ListenFd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  // A small receive buffer, inherited by every accepted connection: a request of a few
+  // megabytes then really waits to be written when the server does not read it.
+  const int Small = 4096;
+  if (AStall == fsAccept) setsockopt(AServer.ListenFd, SOL_SOCKET, SO_RCVBUF, &Small, sizeof Small);
   sockaddr_in Addr{};
   Addr.sin_family = AF_INET;
   Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t Len = sizeof Addr;
   int Pipe[2];
   if (AServer.ListenFd < 0 || bind(AServer.ListenFd, reinterpret_cast<sockaddr*>(&Addr), Len) != 0 ||
-      listen(AServer.ListenFd, 16) != 0 ||
+      listen(AServer.ListenFd, AStall == fsConnect ? 0 : 16) != 0 ||
       getsockname(AServer.ListenFd, reinterpret_cast<sockaddr*>(&Addr), &Len) != 0 ||
       pipe2(Pipe, O_CLOEXEC) != 0) {
     throw std::runtime_error("feed server: cannot listen on 127.0.0.1");
@@ -74,6 +107,10 @@ void StartFeedServer(TFeedServer& AServer, std::string AResponse) {
   AServer.WakeRead = Pipe[0];
   AServer.WakeWrite = Pipe[1];
   AServer.Port = ntohs(Addr.sin_port);
+  if (AStall == fsConnect) {
+    FillAcceptQueue(AServer);
+    return;  // nothing is ever accepted
+  }
   AServer.Thread = std::thread(Serve, &AServer);
 }
 
@@ -90,4 +127,5 @@ TFeedServer::~TFeedServer() {
   for (int Fd : {ListenFd, WakeRead, WakeWrite}) {
     if (Fd >= 0) close(Fd);
   }
+  for (int Fd : Held) close(Fd);
 }

@@ -207,7 +207,7 @@ TEST(ReaderRun, FetchFailureEndsAtOnceWithItsMessage) {
   } Cases[] = {
       {"NotFound", "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n",
        "Unexpected response status code: 404"},
-      {"NotHttp", "SSH-2.0-OpenSSH\r\n\r\n", ""},
+      {"NotHttp", "SSH-2.0-OpenSSH\r\n\r\n", "Invalid protocol version in response: \"SSH-2.0-OPENSSH\""},
   };
   for (const auto& C : Cases) {
     for (auto Link : {rlStdio, rlSocket}) {
@@ -224,6 +224,7 @@ TEST(ReaderRun, FetchFailureEndsAtOnceWithItsMessage) {
       EXPECT_EQ(Run.Screen.substr(Run.Screen.size() - 2), "\r\n");
       EXPECT_EQ(Count(Run.Screen, CMD), 0u);
       EXPECT_EQ(ScreenText(Shown(Run.Screen), 1, 1, 20), "Error fetching RSS: ");
+      EXPECT_EQ(Run.Log, "tamblin: node 1: Error fetching RSS: " + C.Message + "\n");
     }
   }
 }
@@ -267,6 +268,7 @@ TEST(ReaderRun, EmptyFeedSaysSoAndEnds) {
       const std::string LinkStart = Link == rlSocket ? ESC + "[2J" + ESC + "[1;1f" : "";
       EXPECT_EQ(Run.Screen, LinkStart + BeforeFirstPaint() + "No items found in RSS feed.\r\n")
           << Describe(Run);
+      EXPECT_EQ(Run.Log, "tamblin: node 1: No items found in RSS feed.\n");
     }
   }
 }
@@ -290,6 +292,7 @@ TEST(ReaderRun, MissingSettingsEndsWith217AndTheTextOnStandardError) {
       EXPECT_EQ(Run.ExitCode, 217);
       EXPECT_EQ(Run.Stderr.rfind(C.Stderr, 0), 0u) << Run.Stderr;
       EXPECT_EQ(Run.Stderr.back(), '\n');
+      EXPECT_EQ(Run.Log, "tamblin: node 1: " + Run.Stderr);   // the sysop has it in the log too
       EXPECT_EQ(Run.Screen.find("SKIN"), std::string::npos);  // nothing after the settings
       EXPECT_EQ(Site.Server.Requests, 0);
       if (Link == rlSocket) {

@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <stdexcept>
+#include <string_view>
 
 #include "screenmodel.h"
 #include "testsupport.h"
@@ -58,6 +59,29 @@ std::string SettingsText(const std::string& AUrl, const std::string& ASkin,
   return Text;
 }
 
+std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExtra) {
+  std::vector<std::string> Set = {"WICKET_STOP_PAUSE_MS=0"};
+  Set.insert(Set.end(), AExtra.begin(), AExtra.end());
+  // A variable set here replaces the test's own: the first of two would win.
+  const auto IsSet = [&](std::string_view AVar) {
+    for (const std::string& S : Set)
+      if (AVar.substr(0, AVar.find('=') + 1) == S.substr(0, S.find('=') + 1)) return true;
+    return false;
+  };
+  std::vector<std::string> Env;
+  for (char** Var = environ; *Var != nullptr; ++Var)
+    if (!IsSet(*Var)) Env.push_back(*Var);
+  Env.insert(Env.end(), Set.begin(), Set.end());
+  return Env;
+}
+
+std::vector<char*> EnvironmentPointers(std::vector<std::string>& AEnvironment) {
+  std::vector<char*> Pointers;
+  for (std::string& Var : AEnvironment) Pointers.push_back(Var.data());
+  Pointers.push_back(nullptr);
+  return Pointers;
+}
+
 TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   int Out[2], Err[2], In[2], Link[2] = {-1, -1};
   if (pipe2(Out, O_CLOEXEC) != 0 || pipe2(Err, O_CLOEXEC) != 0 || pipe2(In, O_CLOEXEC) != 0) {
@@ -75,6 +99,10 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   for (auto& Arg : Args) Argv.push_back(Arg.data());
   Argv.push_back(nullptr);
   const std::string Dir = ASetup.WorkDir.string();
+  const std::filesystem::path Log = ASetup.WorkDir / "door.log";
+  std::filesystem::remove(Log);
+  std::vector<std::string> Env = TamblinEnvironment({"WICKET_LOG_FILE=" + Log.string()});
+  const std::vector<char*> Envp = EnvironmentPointers(Env);
 
   const double Start = NowMs();
   const pid_t Pid = fork();
@@ -86,7 +114,7 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
     dup2(Err[1], 2);
     if (Link[1] >= 0) dup2(Link[1], CHILD_LINK_FD);
     if (chdir(Dir.c_str()) != 0) _exit(126);
-    execv(Program.c_str(), Argv.data());
+    execve(Program.c_str(), Argv.data(), Envp.data());
     _exit(127);
   }
   close(In[0]);
@@ -97,9 +125,9 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   TReaderRunResult Result;
   int KeysFd = ASetup.Link == rlSocket ? Link[0] : In[1];
   WriteAll(KeysFd, ASetup.Keys);
-  // In stdio mode the end of the keys is the end of standard input; on a link the caller stays
-  // connected until the door lets go, and standard input is simply empty.
-  close(In[1]);
+  // The caller stays until the run ends: a closed standard input (like a closed link) is a
+  // caller who hung up, and the door would end early for it. On a link standard input is
+  // simply empty.
 
   struct TSource {
     int Fd;
@@ -134,6 +162,7 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   for (const auto& S : Sources) close(S.Fd);
   int Status = 0;
   waitpid(Pid, &Status, 0);
+  close(In[1]);
   Result.WallMs = NowMs() - Start;
   if (Killed) {
     Result.ExitCode = -1;
@@ -143,5 +172,6 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
     Result.ExitCode = 128 + WTERMSIG(Status);
   }
   if (ASetup.Link == rlSocket) Result.Screen = TelnetPayload(Result.Wire);
+  if (std::filesystem::exists(Log)) Result.Log = ReadWholeFile(Log);
   return Result;
 }

@@ -23,9 +23,17 @@ struct TReaderRunResult {
   std::string Wire;    // on a link: the bytes as they came over the socket, telnet framing included
   std::string Stdout;  // on a link: standard output (the door must leave it alone)
   std::string Stderr;
+  std::string Log;    // the line the run left for the system log, if any (WICKET_LOG_FILE)
   int ExitCode = -1;  // exit status, 128 + signal number, or -1 when the run had to be killed
   double WallMs = 0;
 };
+
+// The environment every tamblin run of the tests gets: the test's own, with the door's local
+// pauses (2.5 s at each stop) turned off, and AExtra ("NAME=value" each) in place of any
+// variable of the same name.
+std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExtra = {});
+// The same as the pointer array execve takes; valid while AEnvironment lives.
+std::vector<char*> EnvironmentPointers(std::vector<std::string>& AEnvironment);
 
 // Starts BuildDir()/"tamblin" as the setup says and waits for it to end.
 TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup);

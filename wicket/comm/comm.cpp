@@ -5,11 +5,18 @@
 #include "comm.h"
 
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <ctime>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+
+#include "console/console.h"
 
 namespace {
 
@@ -22,6 +29,14 @@ std::string FBuffer;
 size_t FBufferPos = 0;
 bool FCarrier = true;
 int32_t FCommNumber = -1;
+// Set when a send gave up on a caller who took nothing for the stall bound: later sends are
+// dropped at once instead of waiting out the bound again.
+bool FSendLost = false;
+// True while CommOnWriteWait runs, so that what it writes waits without calling it again.
+bool FInWaitHook = false;
+// When the caller last took bytes (or the outermost send began); writes made by the wait hook
+// share it, so that they can't stretch the bound.
+std::chrono::steady_clock::time_point FLastProgress;
 
 bool BufferEmpty() { return FBufferPos >= FBuffer.size(); }
 
@@ -37,10 +52,7 @@ void DropFollowerInPlace(std::string& AText, char ALead, char AFollow) {
   AText.resize(Out);
 }
 
-void SleepMilliseconds(int AMs) {
-  const timespec Pause{AMs / 1000, (AMs % 1000) * 1000000L};
-  nanosleep(&Pause, nullptr);
-}
+void SleepMilliseconds(int AMs) { Delay(static_cast<uint16_t>(std::clamp(AMs, 0, 65535))); }
 
 // One poll of the descriptor for input, waiting up to ATimeoutMs (negative: no limit).
 // poll() rather than select(): the number comes from outside and may exceed what a descriptor
@@ -49,10 +61,11 @@ void SleepMilliseconds(int AMs) {
 // that wait is slept out here, or a key-wait loop around it would spin. A pending error or
 // hang-up counts as readable so that the receive can report it.
 bool WaitReadable(int ATimeoutMs) {
-  pollfd Poll{};
-  Poll.fd = FCommNumber;
-  Poll.events = POLLIN;
-  if (poll(&Poll, 1, ATimeoutMs) <= 0) return false;
+  // An end request wakes a wait, so that the key wait looks at it at once.
+  const int SignalFd = ATimeoutMs != 0 && ConsoleEndSignal() == 0 ? ConsoleSignalFd() : -1;
+  pollfd Polls[2] = {{FCommNumber, POLLIN, 0}, {SignalFd, POLLIN, 0}};
+  const pollfd& Poll = Polls[0];
+  if (poll(Polls, 2, ATimeoutMs) <= 0 || Poll.revents == 0) return false;
   if ((Poll.revents & POLLNVAL) != 0) {
     if (ATimeoutMs > 0) SleepMilliseconds(ATimeoutMs);
     return false;
@@ -74,11 +87,45 @@ void ReceiveData() {
   FBufferPos = 0;
 }
 
-// One send of the whole block, result ignored: a short or failed send never changes the
-// carrier. MSG_NOSIGNAL: a caller who hung up must not kill the door with SIGPIPE; the loss
-// is found by the next receive instead.
-void SendOnce(const void* AData, size_t ALength) {
-  if (ALength > 0) (void)send(FCommNumber, AData, ALength, MSG_NOSIGNAL);
+void RunWaitHook() {
+  if (CommOnWriteWait == nullptr || FInWaitHook) return;
+  FInWaitHook = true;
+  CommOnWriteWait();
+  FInWaitHook = false;
+}
+
+// Sends the whole block, in order, however slowly the caller takes it. Each send is
+// non-blocking, and the wait for room is a poll that an end request also wakes, so the door's
+// checks (CommOnWriteWait) keep running while the caller is slow. A caller who takes nothing
+// for the stall bound counts as gone: the carrier drops and the rest is lost. Once an end was
+// requested, a full socket is not waited for. A failed send is ignored (the read side finds the
+// loss). MSG_NOSIGNAL: a caller who hung up must not kill the door with SIGPIPE.
+void SendAll(const void* AData, size_t ALength) {
+  using TClock = std::chrono::steady_clock;
+  if (ALength == 0 || FSendLost) return;
+  const char* Data = static_cast<const char*>(AData);
+  if (!FInWaitHook) FLastProgress = TClock::now();
+  size_t Done = 0;
+  while (Done < ALength) {
+    const ssize_t Sent = send(FCommNumber, Data + Done, ALength - Done, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (Sent > 0) {
+      Done += static_cast<size_t>(Sent);
+      FLastProgress = TClock::now();
+      continue;
+    }
+    if (Sent < 0 && errno == EINTR) continue;
+    if (Sent == 0 || (errno != EAGAIN && errno != EWOULDBLOCK) || ConsoleEndSignal() != 0) return;
+    const auto Waited = std::chrono::duration_cast<std::chrono::milliseconds>(TClock::now() - FLastProgress);
+    const int64_t Left = ConsoleWriteStallMs() - static_cast<int64_t>(Waited.count());
+    if (Left <= 0) {
+      FCarrier = false;
+      FSendLost = true;
+      RunWaitHook();
+      return;
+    }
+    ConsoleWaitWritable(FCommNumber, static_cast<int>(std::min<int64_t>(Left, 1000)));
+    RunWaitHook();
+  }
 }
 
 void WaitForByte() {
@@ -138,13 +185,13 @@ void CommWrite(std::string_view AText) {
     Doubled += C;
     if (static_cast<uint8_t>(C) == 0xFF) Doubled += C;
   }
-  SendOnce(Doubled.data(), Doubled.size());
+  SendAll(Doubled.data(), Doubled.size());
 }
 
-void CommWriteRaw(std::string_view AText) { SendOnce(AText.data(), AText.size()); }
+void CommWriteRaw(std::string_view AText) { SendAll(AText.data(), AText.size()); }
 
 void CommWriteBlock(const void* Block, int32_t BlockLen) {
-  if (BlockLen > 0) SendOnce(Block, static_cast<size_t>(BlockLen));
+  if (BlockLen > 0) SendAll(Block, static_cast<size_t>(BlockLen));
 }
 
 void CommFlushOutBuffer() {}
@@ -152,6 +199,27 @@ void CommPurgeOutBuffer() {}
 void CommSetBaud(int32_t ABaud) { (void)ABaud; }
 
 int32_t CommHandle() { return FCommNumber; }
+
+void (*CommOnWriteWait)() = nullptr;
+
+bool CommOutputStalled() { return FSendLost; }
+
+// The caller is known to be gone: the read side found the peer closed, the peer has shut the
+// connection, or the BBS hung the caller up. A caller whose carrier was dropped only for a
+// stalled send may merely be slow.
+static bool CallerKnownGone() {
+  if ((!FCarrier && !FSendLost) || ConsoleEndSignal() == SIGHUP) return true;
+  pollfd Poll{FCommNumber, POLLRDHUP, 0};
+  return poll(&Poll, 1, 0) != 0 && (Poll.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
+
+void CommDrainOutput(int32_t ATimeoutMs) {
+  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
+  int Queued = 0;
+  while (!CallerKnownGone() && ioctl(FCommNumber, SIOCOUTQ, &Queued) == 0 && Queued > 0 &&
+         std::chrono::steady_clock::now() < Deadline)
+    Delay(10);
+}
 
 bool CommWaitForData(int32_t ATimeoutMs) {
   if (!BufferEmpty()) return true;

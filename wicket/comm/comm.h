@@ -6,8 +6,9 @@
 // interpreted as a telnet command.
 //
 // Failures are never reported by result: the only trace a failure leaves is CommCarrier()
-// turning false, and that happens only when a receive fails or finds the peer closed.
-// All operations run on the door's single thread.
+// turning false, when a receive fails or finds the peer closed, or when the caller has taken
+// no output for the stall bound (ConsoleWriteStallMs()). All operations run on the door's
+// single thread.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +16,9 @@
 #include <string_view>
 
 // Takes over ACommNumber (an open, connected stream socket inherited from the BBS): makes it
-// blocking, keeping its other status flags, then announces telnet IAC WILL TRANSMIT-BINARY
-// (FF FB 00) and IAC WILL ECHO (FF FB 01) as two separate sends. Call once, before any other
-// operation. Never fails: a bad descriptor shows only later, as lost carrier on input.
+// blocking, keeping its other status flags (sends don't block: each passes MSG_DONTWAIT), then announces
+// telnet IAC WILL TRANSMIT-BINARY (FF FB 00) and IAC WILL ECHO (FF FB 01) as two separate sends. Call once,
+// before any other operation. Never fails: a bad descriptor shows only later, as lost carrier on input.
 void CommOpen(int32_t ACommNumber);
 
 // Gives up this process's hold on the descriptor (close). With ADisconnect true the connection
@@ -40,15 +41,33 @@ bool CommCharAvail();
 uint8_t CommPeekChar();
 uint8_t CommReadChar();
 
-// Sends AText in one send, with every 0xFF doubled to FF FF so that the telnet peer reads it
-// as a data byte. Nothing else is translated: LF stays LF. An empty text sends nothing.
+// How every send goes: all bytes, in order, however slowly the caller takes them; the wait for
+// room is a poll that an end request of the console (ConsoleSignalFd) also wakes, and that
+// runs CommOnWriteWait about once a second. A caller who takes nothing for ConsoleWriteStallMs()
+// counts as gone: CommCarrier() turns false, the rest of the text is dropped and so is every
+// later send. After an end request a full socket is not waited for (the rest is dropped).
+// A failed send is ignored; a peer that has gone raises no broken-pipe signal.
+
+// Sends AText with every 0xFF doubled to FF FF so that the telnet peer reads it as a data byte.
+// Nothing else is translated: LF stays LF. An empty text sends nothing.
 void CommWrite(std::string_view AText);
-// Sends AText in one send exactly as given (for telnet commands, whose IAC must stay single).
+// Sends AText exactly as given (for telnet commands, whose IAC must stay single).
 void CommWriteRaw(std::string_view AText);
-// Sends BlockLen bytes from Block in one send, as they are; nothing when BlockLen <= 0.
-// The send blocks until the system has taken the data. A partial or failed send is ignored;
-// a peer that has gone raises no broken-pipe signal.
+// Sends BlockLen bytes from Block as they are; nothing when BlockLen <= 0.
 void CommWriteBlock(const void* Block, int32_t BlockLen);
+
+// Run while a send waits for the caller to take more (about once a second, at once after an
+// end request, and once more when the stall bound is reached): the door runtime's checks,
+// which may end the process. Sends made from inside it share the waiting send's stall bound
+// and don't run it again. nullptr: nothing.
+extern void (*CommOnWriteWait)();
+// True once a send has given up on a caller who took nothing for the stall bound.
+bool CommOutputStalled();
+// Waits, at most ATimeoutMs, until the system has sent everything queued on the socket (its
+// send queue is empty), so that the last words of a run reach the caller before the process
+// ends and the BBS takes the line back. Returns at once when the caller is known to be gone:
+// a receive found the peer closed, the peer has shut the connection, or SIGHUP came.
+void CommDrainOutput(int32_t ATimeoutMs);
 
 // Writes are unbuffered and there is no line speed; these three do nothing.
 void CommFlushOutBuffer();

@@ -105,15 +105,18 @@ TEST(CommOpen, AnnouncesBinaryThenEchoAsTwoSeparateSends) {
   });
 }
 
-TEST(CommOpen, MakesAnInheritedNonBlockingSocketBlocking) {
-  // A non-blocking descriptor would drop the tail of a write bigger than the socket buffer;
-  // with the link blocking, a slow caller still receives every byte.
+TEST(CommOpen, MakesAnInheritedNonBlockingSocketBlockingAndSendsWaitBoundedForTheCaller) {
+  // However the descriptor came, a slow caller still receives every byte, in order. A caller
+  // who then takes nothing for the stall bound counts as gone: the rest is dropped, and so is
+  // every later send, even once there is room again.
   InChild([] {
+    setenv("WICKET_WRITE_STALL_MS", "2000", 1);
     TPair Pair = MakePair(SOCK_STREAM);
     fcntl(Pair.Door, F_SETFL, fcntl(Pair.Door, F_GETFL) | O_NONBLOCK);
     CommOpen(Pair.Door);
     EXPECT_EQ(fcntl(Pair.Door, F_GETFL) & O_NONBLOCK, 0);
-    const std::string Big(1 << 20, 'x');
+    std::string Big(1 << 20, 'x');
+    for (size_t I = 0; I < Big.size(); I += 4099) Big[I] = static_cast<char>('a' + I % 26);
     std::string Got;
     std::thread Reader([&] {
       while (Got.size() < ANNOUNCEMENTS.size() + Big.size() && Readable(Pair.Peer, 5000)) {
@@ -124,6 +127,13 @@ TEST(CommOpen, MakesAnInheritedNonBlockingSocketBlocking) {
     CommWrite(Big);
     Reader.join();
     EXPECT_TRUE(Got == ANNOUNCEMENTS + Big) << Got.size() << " bytes";
+    EXPECT_TRUE(CommCarrier());
+
+    CommWrite(Big);
+    EXPECT_FALSE(CommCarrier());
+    while (Readable(Pair.Peer, 0)) PeerRecv(Pair.Peer);
+    CommWrite("more");
+    EXPECT_FALSE(Readable(Pair.Peer, 200));
   });
 }
 

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -33,6 +34,16 @@ static bool FStarted = false;
 static int32_t FDepth = 0;
 static std::string FOut;
 
+// The first of SIGHUP, SIGTERM, SIGINT that asked the run to end (0: none yet), and the pipe the
+// handler writes a byte into so that any poll can wake on the request. The pipe is never read:
+// once written it stays readable, so every later wait wakes at once as well.
+static volatile sig_atomic_t FEndSignal = 0;
+static int FSignalPipe[2] = {-1, -1};
+// Set once a write to descriptor 1 has given up (stalled terminal, reader gone): later output
+// is dropped at once instead of waiting out the bound again.
+static bool FOutputLost = false;
+static int32_t FWriteStallMs = -1;  // read from WICKET_WRITE_STALL_MS on first use
+
 // The terminal mode found at start; FRawActive while the terminal is in our raw mode.
 static volatile sig_atomic_t FRawActive = 0;
 static int FRawFd = -1;
@@ -47,20 +58,52 @@ static const int kCursorReportWaitMs = 1000;
 // ---------------------------------------------------------------------------------------------
 // Descriptor 1
 
+int32_t ConsoleWriteStallMs() {
+  if (FWriteStallMs < 0) {
+    const char* Value = std::getenv("WICKET_WRITE_STALL_MS");
+    const long Ms = Value != nullptr ? std::strtol(Value, nullptr, 10) : 0;
+    FWriteStallMs = Ms > 0 && Ms < 86400000 ? static_cast<int32_t>(Ms) : 60000;
+  }
+  return FWriteStallMs;
+}
+
+// Waits until AFd can take output (AEvents POLLOUT) for at most ATimeoutMs, waking early when a
+// signal asks the run to end; true when AFd is ready.
+bool ConsoleWaitWritable(int AFd, int ATimeoutMs) {
+  struct pollfd P[2] = {{AFd, POLLOUT, 0}, {FSignalPipe[0], POLLIN, 0}};
+  const nfds_t Count = FEndSignal == 0 && FSignalPipe[0] >= 0 ? 2 : 1;
+  if (poll(P, Count, ATimeoutMs) <= 0) return false;
+  return (P[0].revents & (POLLOUT | POLLERR | POLLHUP | POLLNVAL)) != 0;
+}
+
+// Every byte for descriptor 1, in order, unless the reader stops taking them: a terminal that
+// takes nothing for the stall bound, or a signal that asks the run to end while the write
+// waits, drops the rest (and all later output), so that no wait of the door hangs in a write.
+// Chunks of at most PIPE_BUF: a pipe that polls writable takes that much without blocking.
 static void WriteAll(const char* AData, size_t ASize) {
   size_t Done = 0;
-  while (Done < ASize) {
-    ssize_t N = write(1, AData + Done, ASize - Done);
+  auto LastProgress = std::chrono::steady_clock::now();
+  while (Done < ASize && !FOutputLost) {
+    if (!ConsoleWaitWritable(1, 0)) {
+      const auto Waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+          std::chrono::steady_clock::now() - LastProgress);
+      const int Left = static_cast<int>(ConsoleWriteStallMs() - Waited.count());
+      if (FEndSignal != 0 || Left <= 0) {
+        FOutputLost = true;
+        return;
+      }
+      ConsoleWaitWritable(1, std::min(Left, 1000));
+      continue;
+    }
+    const ssize_t N = write(1, AData + Done, std::min<size_t>(ASize - Done, PIPE_BUF));
     if (N > 0) {
       Done += static_cast<size_t>(N);
-    } else if (N < 0 && errno == EINTR) {
-      continue;
-    } else if (N < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      // A descriptor left non-blocking by whoever started us: wait the way a blocking write would.
-      struct pollfd P = {1, POLLOUT, 0};
-      poll(&P, 1, -1);
+      LastProgress = std::chrono::steady_clock::now();
+    } else if (N < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) {
+      continue;  // the loop's wait decides whether to go on
     } else {
-      return;  // the reader has gone; the console's operations do not fail
+      FOutputLost = true;  // the reader has gone; the console's operations do not fail
+      return;
     }
   }
 }
@@ -109,8 +152,22 @@ void ConsoleRestoreTerminal() {
   tcsetattr(FRawFd, TCSANOW, &FSavedTermios);
 }
 
+// Waits, at most 2 s, until the terminal has sent what it was given, so that the last words of
+// a run are not cut off by whoever takes the line over after us. Not when the reader is gone
+// (output failed, input ended, SIGHUP).
+static void DrainTerminal() {
+  if (OutputRedir || FOutputLost || FEndSignal == SIGHUP || ConsoleInputEnded()) return;
+  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(2000);
+  int Queued = 0;
+  while (ioctl(1, TIOCOUTQ, &Queued) == 0 && Queued > 0 && std::chrono::steady_clock::now() < Deadline)
+    Delay(10);
+}
+
 void ConsoleDone() {
-  if (FStarted) Flush();
+  if (FStarted) {
+    Flush();
+    DrainTerminal();
+  }
   ConsoleRestoreTerminal();
 }
 
@@ -127,20 +184,49 @@ static void OnFatalSignal(int ASignal) {
   raise(ASignal);
 }
 
-static void InstallExitGuards() {
-  FOldTerminate = std::set_terminate(OnTerminate);
-  for (int Sig : {SIGTERM, SIGHUP, SIGINT, SIGQUIT}) {
-    struct sigaction Old;
-    if (sigaction(Sig, nullptr, &Old) != 0) continue;
-    if ((Old.sa_flags & SA_SIGINFO) != 0 || Old.sa_handler != SIG_DFL) continue;
-    struct sigaction Act;
-    std::memset(&Act, 0, sizeof(Act));
-    Act.sa_handler = OnFatalSignal;
-    sigemptyset(&Act.sa_mask);
-    Act.sa_flags = SA_RESETHAND;
-    sigaction(Sig, &Act, nullptr);
+// A hang-up, a stop request or an interrupt: the terminal comes back at once (the program may
+// be stuck in a write for a moment yet), and the program's waits end so that it can leave the
+// orderly way, through its exit handlers, with its own exit code.
+static void OnEndSignal(int ASignal) {
+  const int SavedErrno = errno;
+  ConsoleRestoreTerminal();
+  if (FEndSignal == 0) FEndSignal = ASignal;
+  if (FSignalPipe[1] >= 0) {
+    const char Byte = 1;
+    const ssize_t Ignored = write(FSignalPipe[1], &Byte, 1);
+    (void)Ignored;
   }
+  errno = SavedErrno;
 }
+
+static bool DispositionIsDefault(int ASignal) {
+  struct sigaction Old;
+  return sigaction(ASignal, nullptr, &Old) == 0 && (Old.sa_flags & SA_SIGINFO) == 0 &&
+         Old.sa_handler == SIG_DFL;
+}
+
+// Signals that a program set up itself before start-up (ignored or handled) are left alone.
+static void InstallSignalHandlers(bool ARaw) {
+  if (pipe2(FSignalPipe, O_CLOEXEC | O_NONBLOCK) != 0) FSignalPipe[0] = FSignalPipe[1] = -1;
+  struct sigaction Act;
+  std::memset(&Act, 0, sizeof(Act));
+  Act.sa_handler = OnEndSignal;
+  sigemptyset(&Act.sa_mask);
+  for (int Sig : {SIGTERM, SIGHUP, SIGINT}) sigaddset(&Act.sa_mask, Sig);
+  Act.sa_flags = 0;  // no SA_RESTART: a blocked read, write or wait must return and look
+  for (int Sig : {SIGTERM, SIGHUP, SIGINT})
+    if (DispositionIsDefault(Sig)) sigaction(Sig, &Act, nullptr);
+  if (ARaw && DispositionIsDefault(SIGQUIT)) {
+    Act.sa_handler = OnFatalSignal;
+    Act.sa_flags = SA_RESETHAND;
+    sigaction(SIGQUIT, &Act, nullptr);
+  }
+  // A reader of descriptor 1 that has gone makes a failed write, not a silent death.
+  if (DispositionIsDefault(SIGPIPE)) signal(SIGPIPE, SIG_IGN);
+}
+
+int ConsoleEndSignal() { return FEndSignal; }
+int ConsoleSignalFd() { return FSignalPipe[0]; }
 
 static bool EnterRawMode() {
   struct termios Raw;
@@ -201,10 +287,12 @@ static bool AskCursor(int32_t& AX, int32_t& AY) {
     auto Left =
         std::chrono::duration_cast<std::chrono::milliseconds>(Deadline - std::chrono::steady_clock::now());
     if (Left.count() <= 0) break;
-    struct pollfd P = {0, POLLIN, 0};
-    int R = poll(&P, 1, static_cast<int>(Left.count()));
+    if (FEndSignal != 0) break;
+    struct pollfd P[2] = {{0, POLLIN, 0}, {FSignalPipe[0], POLLIN, 0}};
+    int R = poll(P, FSignalPipe[0] >= 0 ? 2 : 1, static_cast<int>(Left.count()));
     if (R < 0 && errno == EINTR) continue;
     if (R <= 0) break;
+    if (P[0].revents == 0) continue;  // the signal pipe: the loop's test ends the wait
     char Buf[256];
     ssize_t N = read(0, Buf, sizeof(Buf));
     if (N > 0) {
@@ -262,9 +350,12 @@ void ConsoleInit() {
   WindMaxY = ScreenHeight;
   ConsoleCore = TConsoleCore();
   std::atexit(ConsoleDone);
+  FOldTerminate = std::set_terminate(OnTerminate);
+  const bool Raw = !OutputRedir && EnterRawMode();
+  // Before the cursor question: a hang-up while it waits must end the run the orderly way.
+  InstallSignalHandlers(Raw);
   if (OutputRedir) return;
 
-  if (EnterRawMode()) InstallExitGuards();
   int32_t X = 1, Y = 1;
   if (!InputRedir && AskCursor(X, Y)) {
     X = std::clamp(X, 1, ScreenWidth);

@@ -21,11 +21,17 @@
 //    ESC "[m". Keys typed while waiting for the answer are kept for ReadKey.
 //  - The terminal is put back (the termios found at start) on every way out of the process: at
 //    exit() and the end of main (atexit), on std::terminate (an unhandled exception: restored,
-//    then the previous terminate handler runs), and on SIGTERM, SIGHUP, SIGINT and SIGQUIT
-//    (restored, then the signal is raised again with its default action, so the exit status
-//    still reports the signal). Signals that were ignored or had a handler at start are left
-//    alone. A handler that a program installs later for these signals takes over this duty:
-//    it should call ConsoleRestoreTerminal().
+//    then the previous terminate handler runs), and on SIGQUIT (restored, then the signal is
+//    raised again with its default action). Before exit, output still queued on the terminal
+//    is given up to 2 s to leave (not when output failed, input has ended or SIGHUP came).
+//  - SIGHUP, SIGTERM and SIGINT become an orderly end request, installed before the cursor
+//    question: the terminal is restored at once, ConsoleEndSignal() tells which signal came, and
+//    ConsoleSignalFd() turns readable so that any wait can wake. The console's own waits honour
+//    it: KeyPressed reports true, ReadKey ends the process as at the end of input, Delay returns
+//    early, and writes to descriptor 1 stop waiting. SIGPIPE is ignored, so a reader of
+//    descriptor 1 that has gone makes a failed write. Signals that were ignored or had a handler
+//    at start are left alone; a program that installs its own later takes over their duty and
+//    should call ConsoleRestoreTerminal().
 //
 // With `OutputRedir` (a pipe, a file, a socket) the same code runs: cursor and shadow are tracked
 // and nothing fails, but no colour, cursor position, clearing or repaint sequence is sent. Text
@@ -36,7 +42,10 @@
 // the program opens later takes its place: such a door reads the end of its input at once.
 //
 // Output is gathered in a buffer of up to 1024 bytes and written to descriptor 1 at the end of
-// each write operation (or of the outermost ConsoleBeginUpdate/ConsoleEndUpdate pair).
+// each write operation (or of the outermost ConsoleBeginUpdate/ConsoleEndUpdate pair). Every
+// byte is written, in order, however slowly the reader takes them, with one exception: when the
+// reader takes nothing for ConsoleWriteStallMs(), or a signal asks the run to end while a write
+// waits, that output and all later output to descriptor 1 is dropped.
 //
 // Coordinates count from 1. Positions passed to GotoXY and WhereX/WhereY are relative to the
 // current window; `WindMin*`, `WindMax*` and ConsoleGetCursor() are absolute.
@@ -67,6 +76,19 @@ void ConsoleInit();
 void ConsoleDone();
 // Only the termios restore, async-signal-safe: for a program's own signal handlers.
 void ConsoleRestoreTerminal();
+
+// The signal (SIGHUP, SIGTERM or SIGINT) that first asked the run to end; 0 while none has.
+int ConsoleEndSignal();
+// The read end of the pipe the end-request handler writes to: readable (for good) once an end
+// was requested; -1 before ConsoleInit(). For a program's own polls; never read or close it.
+int ConsoleSignalFd();
+// How long a write may wait for a reader that takes nothing before its output counts as lost:
+// WICKET_WRITE_STALL_MS from the environment (read once), 60000 ms when not set. Program-wide,
+// for the console's descriptor 1 and the caller's socket alike.
+int32_t ConsoleWriteStallMs();
+// Waits up to ATimeoutMs (negative: no limit) until AFd takes output; an end request wakes it
+// early. True when AFd is ready (or failed, so that the write reports it).
+bool ConsoleWaitWritable(int AFd, int ATimeoutMs);
 
 // Groups several operations into one write operation: the output is sent once, at the outermost
 // ConsoleEndUpdate. Pairs may nest; every Begin needs its End.
@@ -150,13 +172,18 @@ void CursorOff();
 // ignored). A lone ESC comes as 27 when nothing follows within 50 ms; other escape sequences are
 // dropped. Byte 7F (the Backspace key of most terminals) comes as 08, and byte 00 as 0 then 3.
 // All other bytes come as they are, Enter as 13 on a raw terminal.
-// When standard input has ended and every key read before has been handed out, ReadKey ends the
-// process: it puts the terminal back and calls exit(0), so a door whose caller or terminal has
-// gone ends like any orderly door run, with its exit handlers.
+// When standard input has ended (or an end was requested) and every key read before has been
+// handed out, ReadKey ends the process: it calls ConsoleOnInputEnd if set, puts the terminal back
+// and calls exit(0), so a door whose caller or terminal has gone ends like any orderly door run,
+// with its exit handlers.
 bool KeyPressed();
 uint8_t ReadKey();
 // True once standard input has ended (keys read before may still be waiting).
 bool ConsoleInputEnded();
+// Run by ReadKey just before it ends the process for the end of input; the door runtime's
+// orderly end for a hang-up. nullptr: nothing.
+extern void (*ConsoleOnInputEnd)();
 
-// Waits AMilliseconds.
+// Waits AMilliseconds; an end request that comes during the wait ends it early (one already
+// pending does not). The one sleep of the library.
 void Delay(uint16_t AMilliseconds);

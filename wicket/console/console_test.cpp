@@ -75,9 +75,7 @@ TEST(ConsoleStart, TerminalRestoredOnEveryWayOut) {
       {[] {}, 0, "exit 0"},
       {[] { std::exit(3); }, 0, "exit 3"},
       {[] { [&]() noexcept { Throw(); }(); }, 0, "signal 6"},
-      {[] {}, SIGTERM, "signal 15"},
-      {[] {}, SIGHUP, "signal 1"},
-      {[] {}, SIGINT, "signal 2"},
+      {[] {}, SIGQUIT, "signal 3"},
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Want);

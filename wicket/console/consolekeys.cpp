@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 
 #include "consoleinternal.h"
 
@@ -34,11 +33,20 @@ bool ConsoleInputEnded() {
   return FInputEnded;
 }
 
-// Waits at most ATimeoutMs (-1: without limit) for descriptor 0 and takes what it has.
+void (*ConsoleOnInputEnd)() = nullptr;
+
+// Input ends for the keyboard also when a signal has asked the run to end.
+static bool NoMoreInput() { return FInputEnded || ConsoleEndSignal() != 0; }
+
+// Waits at most ATimeoutMs (-1: without limit) for descriptor 0 and takes what it has. A signal
+// that asks the run to end wakes the wait.
 static void ReadInput(int ATimeoutMs) {
-  if (FInputEnded) return;
-  struct pollfd P = {0, POLLIN, 0};
-  if (poll(&P, 1, ATimeoutMs) <= 0) return;
+  if (NoMoreInput()) return;
+  const int SignalFd = ConsoleSignalFd();
+  struct pollfd Polls[2] = {{0, POLLIN, 0}, {SignalFd, POLLIN, 0}};
+  if (poll(Polls, SignalFd >= 0 ? 2 : 1, ATimeoutMs) <= 0) return;
+  const struct pollfd& P = Polls[0];
+  if (P.revents == 0) return;
   if ((P.revents & POLLNVAL) != 0) {
     FInputEnded = true;
     return;
@@ -231,7 +239,7 @@ bool KeyPressed() {
   if (!FKeys.empty()) return true;
   ReadInput(0);
   DecodeNow();
-  return !FKeys.empty() || FInputEnded;
+  return !FKeys.empty() || NoMoreInput();
 }
 
 uint8_t ReadKey() {
@@ -245,7 +253,8 @@ uint8_t ReadKey() {
     }
     DecodeNow();
     if (!FKeys.empty()) continue;
-    if (FInputEnded) {
+    if (NoMoreInput()) {
+      if (ConsoleOnInputEnd != nullptr) ConsoleOnInputEnd();
       ConsoleDone();
       std::exit(0);
     }
@@ -256,5 +265,14 @@ uint8_t ReadKey() {
 
 void Delay(uint16_t AMilliseconds) {
   ConsoleFlushOutput();
-  std::this_thread::sleep_for(std::chrono::milliseconds(AMilliseconds));  // resumes after signals
+  // Only a request that comes during the wait ends it early; once one is pending, the wait is
+  // a plain sleep, so that a loop that goes on after the request can't spin.
+  const int SignalFd = ConsoleEndSignal() == 0 ? ConsoleSignalFd() : -1;
+  const auto Deadline = TClock::now() + std::chrono::milliseconds(AMilliseconds);
+  for (;;) {
+    const auto Left = std::chrono::ceil<std::chrono::milliseconds>(Deadline - TClock::now()).count();
+    if (Left <= 0) return;
+    struct pollfd P = {SignalFd, POLLIN, 0};  // a negative descriptor: a plain sleep
+    if (poll(&P, 1, static_cast<int>(Left)) > 0) return;
+  }
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "doordefaults.h"
+#include "doorend.h"
 #include "doorinput.h"
 #include "doorinputline.h"
 #include "dooroutput.h"

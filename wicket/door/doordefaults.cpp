@@ -8,6 +8,7 @@
 
 #include "console/console.h"
 #include "crt2/crt2.h"
+#include "doorend.h"
 #include "doorinput.h"
 #include "doorinputline.h"
 #include "dooroutput.h"
@@ -18,19 +19,19 @@
 
 namespace {
 
-constexpr uint16_t FStopPauseMs = 2500;
 constexpr uint8_t FStatusRow = 25;
 
 // The letters of DOOR_INPUT_CHARS_ALPHA and a blank: a name may have several words.
 const std::string FLoginNameCharacters = "qwertyuiopasdfghjklzxcvbnmQWERTYUIOPASDFGHJKLZXCVBNM ";
 
 // The two stops that speak to the caller over whatever link the run has.
-[[noreturn]] void StopWithMessageToCaller(const std::string& AMessage) {
+[[noreturn]] void StopWithMessageToCaller(const std::string& AMessage, const std::string& AReason) {
+  DoorLogEnd(AReason);
   DoorTextAttr(15);
   DoorClrScr();
   DoorWriteLn();
   DoorWriteLn(AMessage);
-  Delay(FStopPauseMs);
+  Delay(DoorStopPauseMs());
   std::exit(0);
 }
 
@@ -42,11 +43,14 @@ std::string PadRight(std::string AText, size_t AWidth) {
 }  // namespace
 
 void DefaultOnHangup() {
-  // The link is dead: only the sysop can be told.
+  DoorLogEnd("caller hung up");
+  // In stdio mode the console is the caller's own screen, which has gone: nobody to tell.
+  if (StdIO) std::exit(0);
+  // The link is dead: only the sysop can be told; no pause when a signal asked for the end.
   SetTextAttr(15);
   ClrScr();
   ConsoleWrite("\n   Caller Dropped Carrier.  Returning To BBS...\n");
-  Delay(FStopPauseMs);
+  if (ConsoleEndSignal() == 0) Delay(DoorStopPauseMs());
   std::exit(0);
 }
 
@@ -79,12 +83,20 @@ void DefaultOnStatusBar() {
   FastWrite("Left: " + SecToHMS(DoorSecondsLeft()), 65, FStatusRow, 0x1F);
 }
 
-void DefaultOnTimeOut() { StopWithMessageToCaller("  Idle Time Limit Exceeded.  Returning To BBS..."); }
+void DefaultOnTimeOut() {
+  StopWithMessageToCaller("  Idle Time Limit Exceeded.  Returning To BBS...", "idle time limit exceeded");
+}
 
-void DefaultOnTimeUp() { StopWithMessageToCaller("  Your Time Has Expired.  Returning To BBS..."); }
+void DefaultOnTimeUp() {
+  StopWithMessageToCaller("  Your Time Has Expired.  Returning To BBS...", "time limit reached");
+}
 
 void DefaultOnUsage() {
   const std::string Name = DoorProgramName();
+  // The console may be the caller's own terminal, and a BBS seldom shows it to anyone: the
+  // sysop finds the short form in the system log.
+  DoorLogEnd("usage shown (no mode on the command line): " + Name +
+             " -D<drop file> | -N<node> -S<socket> | -L [-X]");
   ClrScr();
   ConsoleWrite(
       "\n"

@@ -5,10 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "console/console.h"
 #include "doorlink_testutil.h"
+#include "testsupport.h"
 #include "videoutils/videoutils.h"
 
 namespace {
@@ -61,18 +63,33 @@ TEST(DefaultStops, SayTheirWordsWaitAndEndWithCodeZero) {
     void (*Handler)();
     std::string Caller;   // after the announcements
     std::string Console;  // on the redirected local console
+    std::string Log;      // the system log's line
   } Cases[] = {
-      {"idle limit", DefaultOnTimeOut, Bright + "  Idle Time Limit Exceeded.  Returning To BBS...\r\n", ""},
-      {"time limit", DefaultOnTimeUp, Bright + "  Your Time Has Expired.  Returning To BBS...\r\n", ""},
+      {"idle limit", DefaultOnTimeOut, Bright + "  Idle Time Limit Exceeded.  Returning To BBS...\r\n", "",
+       "idle time limit exceeded"},
+      {"time limit", DefaultOnTimeUp, Bright + "  Your Time Has Expired.  Returning To BBS...\r\n", "",
+       "time limit reached"},
       {"hang-up: the local console only", DefaultOnHangup, "",
-       "\n   Caller Dropped Carrier.  Returning To BBS...\n"},
+       "\n   Caller Dropped Carrier.  Returning To BBS...\n", "caller hung up"},
   };
+  TTempDir Dir;
+  const std::string Log = (Dir.Path / "log").string();
   for (const auto& Case : Cases) {
-    TDoorRun Door([&](int) { Case.Handler(); }, kOnLink);
+    // The pause before the end follows the program-wide setting.
+    TDoorRun Door(
+        [&](int) {
+          setenv("WICKET_STOP_PAUSE_MS", "300", 1);
+          setenv("WICKET_LOG_FILE", Log.c_str(), 1);
+          DoorDropInfo.Node = 2;
+          Case.Handler();
+        },
+        kOnLink);
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Heard, Case.Caller) << Case.What;
     EXPECT_EQ(Door.Console, Case.Console) << Case.What;
-    EXPECT_GE(Door.Ms, 2400) << Case.What;
+    EXPECT_EQ(ReadWholeFile(Log), "doordefaults_test: node 2: " + Case.Log + "\n") << Case.What;
+    std::filesystem::remove(Log);
+    EXPECT_GE(Door.Ms, 300) << Case.What;
     EXPECT_LT(Door.Ms, 6000) << Case.What;
   }
 }

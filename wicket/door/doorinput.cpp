@@ -14,11 +14,10 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
-#include <thread>
 
 #include "comm/comm.h"
 #include "console/console.h"
-#include "doorstartup.h"
+#include "doorend.h"
 #include "doorstate.h"
 
 namespace {
@@ -46,6 +45,7 @@ constexpr uint8_t FEsc = 0x1B;
 // pass read for its warnings; -1 when not read yet. Only the scheduling of the wait uses them.
 int64_t FLastPassLeftCount = -1;
 int64_t FLastPassIdleCount = -1;
+bool FEndRequestSeen = false;
 
 int64_t WholeSeconds(double AFirst, double ASecond) {
   const double Seconds = (std::fabs(AFirst - ASecond) + FHalfMillisecondInDays) * 86400.0;
@@ -72,12 +72,16 @@ void CallWarning(TDoorWarningProc AHook, int32_t ARemaining) {
 // The watch pass. Runs only on a socket link (Events), at most once per whole second.
 void DoorDoEvents() {
   if (!DoorSession.Events) return;
-  // The BBS has hung the caller up: end now, through the exit handlers, which put the
-  // caller's colours back and hand the link back to the BBS. No pause: nobody is reading.
-  if (DoorHangupSignalled()) std::exit(0);
+  // The BBS has hung the caller up, or the run was told to end: at once, not at the next
+  // second. Once only: a hang-up hook that returns is asked again by the carrier step.
+  const bool FirstSight = ConsoleEndSignal() != 0 && !FEndRequestSeen;
+  if (FirstSight) {
+    FEndRequestSeen = true;
+    DoorEndForHangup();
+  }
   if (WholeSeconds(DoorNow(), DoorSession.EventsTime) < 1) return;
 
-  if (!DoorCarrier() && DoorOnHangup != nullptr) DoorOnHangup();
+  if (!DoorCarrier() || (FEndRequestSeen && !FirstSight)) DoorEndForHangup();
 
   if (DoorSession.DoIdleCheck && DoorSecondsIdle() > DoorSession.MaxIdle && DoorOnTimeOut != nullptr)
     DoorOnTimeOut();
@@ -102,7 +106,7 @@ void DoorDoEvents() {
 }
 
 void SleepMilliseconds(int32_t AMs) {
-  if (AMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(AMs));
+  if (AMs > 0) Delay(static_cast<uint16_t>(AMs < 65535 ? AMs : 65535));
 }
 
 using TSteadyClock = std::chrono::steady_clock;
@@ -116,9 +120,9 @@ int32_t MillisecondsUntil(TSteadyClock::time_point ADeadline) {
 
 // Sleeps on the link up to AMs, ending early when a byte arrives or a signal interrupts the
 // sleep, so that the caller's loop looks again at once: a key that follows a signal (or the
-// flag a hang-up signal leaves) is not held until the next check. A link whose carrier is
-// gone can never bring a byte and its socket stays readable at end of file, so it gets a
-// plain sleep instead and such a wait can't spin.
+// request a signal leaves) is not held until the next check. A link whose carrier is gone can
+// never bring a byte and its socket stays readable at end of file, so it gets a plain sleep
+// instead and such a wait can't spin.
 void WaitOnLink(int32_t AMs) {
   if (!CommCarrier())
     SleepMilliseconds(AMs);

@@ -12,7 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include "console/console.h"
+#include "doorend.h"
 #include "doorlink_testutil.h"
+#include "testsupport.h"
 
 namespace {
 
@@ -368,6 +371,65 @@ TEST(DoorReadKey, LimitsAndCarrierLossEndTheWait) {
     if (Case.HangUpAfterMs > 0) {
       EXPECT_LT(MonotonicMs() - Closed, 1500);
     }
+  }
+}
+
+// --- The hang-up watch of a program's own long waits ----------------------------------------
+
+// A wait on DoorAddHangupWatch's descriptors (a feed fetch, say) sleeps through typed keys,
+// which stay for the next read, and wakes when the caller goes or the run is told to end;
+// DoorEndForHangup then leaves one line for the sysop and, with the hook emptied, returns.
+TEST(DoorHangupWatch, WakesForHangupsAndEndRequestsButNotForKeys) {
+  const struct {
+    const char* Name;
+    bool Stdio;
+    void (*Act)(TDoorRun&);
+    std::string Want;
+  } Cases[] = {
+      {"a key on the link", false, [](TDoorRun& ADoor) { Send(ADoor.Caller, "x"); }, "quiet x"},
+      {"a key on standard input", true, [](TDoorRun& ADoor) { Send(ADoor.Input, "x"); }, "quiet x"},
+      {"the caller closes the link", false, [](TDoorRun& ADoor) { CloseEnd(ADoor.Caller); },
+       "pending|doorinput_test: node 3: caller hung up\n"},
+      {"the input pipe closes", true, [](TDoorRun& ADoor) { CloseEnd(ADoor.Input); },
+       "pending|doorinput_test: node 3: caller hung up\n"},
+      {"SIGTERM on the link", false, [](TDoorRun& ADoor) { kill(ADoor.Pid, SIGTERM); },
+       "pending|doorinput_test: node 3: ended by SIGTERM\n"},
+      {"SIGHUP in stdio", true, [](TDoorRun& ADoor) { kill(ADoor.Pid, SIGHUP); },
+       "pending|doorinput_test: node 3: hang-up (SIGHUP)\n"},
+  };
+  for (const auto& Case : Cases) {
+    SCOPED_TRACE(Case.Name);
+    TTempDir Dir;
+    const std::string LogFile = (Dir.Path / "log").string();
+    TDoorRun Door(
+        [&](int) {
+          setenv("WICKET_LOG_FILE", LogFile.c_str(), 1);
+          ConsoleInit();
+          DoorDropInfo.Node = 3;
+          DoorOnHangup = nullptr;
+          std::vector<pollfd> Watch;
+          DoorAddHangupWatch(Watch);
+          DoorReport("ready");
+          int Ready;
+          while ((Ready = poll(Watch.data(), Watch.size(), 1500)) < 0 && errno == EINTR) {
+          }
+          if (Ready == 0) {
+            const bool Pending = DoorHangupPending();
+            const char Key = static_cast<char>(StdIO ? ReadKey() : (CommCharAvail() ? CommReadChar() : '-'));
+            DoorReport(std::string(Pending ? "pending " : "quiet ") + Key);
+            return;
+          }
+          DoorReport(DoorHangupPending() ? "pending|" : "quiet|");
+          DoorEndForHangup();
+          DoorEndForHangup();  // logged once only
+          DoorReport(ReadWholeFile(LogFile));
+        },
+        {.OnLink = !Case.Stdio});
+    std::string Seen;
+    ASSERT_TRUE(WaitFor(Door.ReportFd, Seen, "ready"));
+    Case.Act(Door);
+    EXPECT_EQ(FinishDoor(Door), 0);
+    EXPECT_EQ(Seen + Door.Report, "ready" + Case.Want);
   }
 }
 

@@ -9,11 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <thread>
 
 #include "ansi/ansi.h"
 #include "comm/comm.h"
@@ -33,7 +31,7 @@ constexpr std::string_view FKeyPauseWipe = "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b
 // A bar turning in one cell: each step shows a character, waits 100 ms and backs up.
 constexpr std::string_view FSpinner = "|`w`d\\`w`d-`w`d/`w`d|`w`d\\`w`d-`w`d/`w`d|`w`d `d";
 
-void Pause(int AMs) { std::this_thread::sleep_for(std::chrono::milliseconds(AMs)); }
+void Pause(uint16_t AMs) { Delay(AMs); }
 
 void KeyPause() {
   DoorWrite(FKeyPausePrompt);

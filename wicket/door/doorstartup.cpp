@@ -17,6 +17,7 @@
 #include "comm/comm.h"
 #include "console/console.h"
 #include "crt2/crt2.h"
+#include "doorend.h"
 #include "dooroutput.h"
 #include "dropfiles/dropfiles.h"
 #include "stringutils/strbasics.h"
@@ -25,7 +26,8 @@ TDoorProc DoorExitProc = nullptr;
 
 namespace {
 
-constexpr uint16_t FStopPauseMs = 2500;
+// The longest wait at the end of a run for the last output to leave.
+constexpr int32_t FDrainMs = 2000;
 
 // Set once DoorClose has closed the link: the descriptor number may belong to something else
 // by the time the exit handler runs, so nothing may be written to it or closed again.
@@ -57,57 +59,26 @@ void ArmExitRunner() {
   FOldTerminate = std::set_terminate(OnTerminate);
 }
 
-// Set by SIGHUP; read by the key wait of a socket run (DoorHangupSignalled).
-volatile sig_atomic_t FHangupSignalled = 0;
-
-// SIGHUP is how a BBS hangs a door up: the caller has gone, or the BBS wants the node back
-// (wicket-host sends it at a session limit and at its stop, then SIGKILL after a grace time).
-// Everything here is safe in a signal handler: the terminal is put back at once. In stdio mode
-// standard input becomes an empty file, so that the key wait finds the end of input and the
-// console ends the process with exit(0), running every exit handler on the way. On a socket
-// link the flag makes the key wait do the same: the signal wakes its sleep, so at once.
-void OnHangupSignal(int) {
-  ConsoleRestoreTerminal();
-  FHangupSignalled = 1;
-  if (!StdIO) return;
-  const int Null = open("/dev/null", O_RDONLY);
-  if (Null >= 0) {
-    dup2(Null, STDIN_FILENO);
-    if (Null != STDIN_FILENO) close(Null);
-  }
-}
-
-bool DispositionIsDefault(int ASignal) {
-  struct sigaction Old {};
-  return sigaction(ASignal, nullptr, &Old) == 0 && (Old.sa_flags & SA_SIGINFO) == 0 &&
-         Old.sa_handler == SIG_DFL;
-}
-
-// The console takes over the terminal first, with its own guards; then a hang-up is turned
-// into an orderly end (unless the program chose its own treatment before), and a write to a
-// closed output pipe becomes a failed write instead of a silent death by SIGPIPE.
+// The console takes over the terminal and the signals first; then the runtime's orderly end is
+// hooked into the console's end of input and into the link's waits for a slow caller.
 void TakeOverConsole() {
-  const bool HangupIsDefault = DispositionIsDefault(SIGHUP);
   ConsoleInit();
-  if (HangupIsDefault) {
-    struct sigaction Act {};
-    Act.sa_handler = OnHangupSignal;
-    sigemptyset(&Act.sa_mask);
-    Act.sa_flags = 0;  // no SA_RESTART: a blocked key wait must wake up and see the new input
-    sigaction(SIGHUP, &Act, nullptr);
-  }
-  if (DispositionIsDefault(SIGPIPE)) signal(SIGPIPE, SIG_IGN);
+  ConsoleOnInputEnd = DoorEndForHangup;
+  CommOnWriteWait = DoorWriteWaitChecks;
 }
 
 // A stop of the start-up: its lines on the local console, never to the caller, then the
 // process ends as every door run does.
 [[noreturn]] void StopRun(const std::vector<std::string>& ALines) {
+  std::string Reason;
+  for (const std::string& Line : ALines) Reason += (Reason.empty() ? "" : " ") + Trim(Line);
+  DoorLogEnd(Reason);
   ClrScr();
   std::string Text = "\n";
   for (const std::string& Line : ALines) Text += Line + "\n";
   Text += "\n";
   ConsoleWrite(Text);
-  Delay(FStopPauseMs);
+  Delay(DoorStopPauseMs());
   std::exit(0);
 }
 
@@ -285,12 +256,13 @@ bool DoorOpenComm() {
 void DoorClose(bool ADisconnect) {
   if (StdIO || FLinkClosed) return;
   FLinkClosed = true;
+  // The last words first: a BBS that takes the line back (or closes it with keys unread) at
+  // once would cut them off. Bounded, and not at all when the caller is gone.
+  CommDrainOutput(FDrainMs);
   CommClose(ADisconnect);
 }
 
 bool DoorStdio() { return StdIO; }
-
-bool DoorHangupSignalled() { return FHangupSignalled != 0; }
 
 void NewExitProc() {
   DoorExitProc = OldExitProc;

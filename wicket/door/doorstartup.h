@@ -44,8 +44,10 @@ std::string DoorProgramName();
 // operation. Returns only if the run goes on; the usage screen and every failure end the
 // process with exit code 0 (failures after a message on the local console and 2500 ms).
 // Takes over the local console first (raw mode when it is a terminal, restored on every way
-// out) and makes a hang-up of that terminal or a closed output pipe end a stdio run with exit
-// code 0 instead of killing it by signal.
+// out; SIGHUP, SIGTERM and SIGINT become an end request), then hooks the orderly end
+// (DoorEndForHangup) into the console's end of input and the link's waits, so that a hang-up,
+// an end request or a closed output pipe ends the run with exit code 0 and its exit handlers
+// instead of killing it by signal.
 void DoorStartup();
 // DoorStartup with AArguments in place of the process's arguments (without the program name):
 // for programs that keep their own argument list, and for tests.
@@ -59,14 +61,12 @@ void DoorShutdown();
 // returns whether it has a carrier.
 bool DoorOpenComm();
 // Gives up this process's hold on the link; with ADisconnect the connection is ended for every
-// holder as well. The runtime itself passes false, so the BBS's copy of the socket stays
-// usable. Does nothing in stdio mode, and nothing the second time.
+// holder as well. First waits, at most 2 s, until the output sent so far has left the socket
+// (not when the caller is known to be gone: see CommDrainOutput). The runtime itself passes false, so the BBS's
+// copy of the socket stays usable. Does nothing in stdio mode, and nothing the second time.
 void DoorClose(bool ADisconnect);
 // The value of StdIO.
 bool DoorStdio();
-// True once SIGHUP has reached the process after DoorStartup: the BBS has hung the caller up.
-// The key wait of a socket run then ends the process with exit code 0 (exit handlers run).
-bool DoorHangupSignalled();
 
 // The exit handler installed by DoorStartup on a socket link: puts OldExitProc back in
 // DoorExitProc, leaves the caller in grey on black in the bottom left corner, and closes the

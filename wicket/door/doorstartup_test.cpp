@@ -149,26 +149,37 @@ TEST(DoorStartup, StopsWithAMessageOnTheLocalConsoleOnly) {
     while (CommCarrier()) CommCharAvail();
     DoorStartupArgs({"-S" + std::to_string(ADoorFd), "-N1"});
   };
+  const std::string NoLog = "doorstartup_test: node 0: Drop File Does Not Exist Or Is Not Supported: ";
   const struct {
     const char* What;
     std::function<void(int)> DoorSide;
-    std::string Console, Heard;
+    std::string Console, Heard, Log;
   } Cases[] = {
-      {"missing drop file", Starting("-D{drop}", D, "DOOR32.SYS"), NotSupported + D + "/DOOR32.SYS\n\n", ""},
+      {"missing drop file", Starting("-D{drop}", D, "DOOR32.SYS"), NotSupported + D + "/DOOR32.SYS\n\n", "",
+       NoLog + D + "/DOOR32.SYS\n"},
       {"a name of no known format", Starting("-D{drop}", D, "drop.txt", "2\n5\n"),
-       NotSupported + D + "/drop.txt\n\n", ""},
-      {"a directory", Starting("-D{drop}", D), NotSupported + D + "/\n\n", ""},
+       NotSupported + D + "/drop.txt\n\n", "", NoLog + D + "/drop.txt\n"},
+      {"a directory", Starting("-D{drop}", D), NotSupported + D + "/\n\n", "", NoLog + D + "/\n"},
       {"a negative handle below -1", Starting("-D{drop}", D, "DOOR32.SYS", Door32("2", "-3")),
-       "\n  Invalid comm number: -3\n\n", ""},
-      {"no carrier on the link", CarrierGone, "\n  No Carrier Detected\n\n", kDoorLinkAnnouncements},
+       "\n  Invalid comm number: -3\n\n", "", "doorstartup_test: node 4: Invalid comm number: -3\n"},
+      {"no carrier on the link", CarrierGone, "\n  No Carrier Detected\n\n", kDoorLinkAnnouncements,
+       "doorstartup_test: node 1: No Carrier Detected\n"},
   };
+  const std::string Log = D + "/log";
   for (const auto& Case : Cases) {
-    TDoorRun Door(Case.DoorSide);
+    // The pause before the end follows the program-wide setting.
+    TDoorRun Door([&](int ADoorFd) {
+      setenv("WICKET_STOP_PAUSE_MS", "300", 1);
+      setenv("WICKET_LOG_FILE", Log.c_str(), 1);
+      Case.DoorSide(ADoorFd);
+    });
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Report, "") << Case.What;  // the start never returned
     EXPECT_EQ(Door.Console, Case.Console) << Case.What;
     EXPECT_EQ(Door.Heard, Case.Heard) << Case.What;  // the stop's words never reach the caller
-    EXPECT_GE(Door.Ms, 2400) << Case.What;
+    EXPECT_EQ(ReadWholeFile(Log), Case.Log) << Case.What;
+    std::filesystem::remove(Log);
+    EXPECT_GE(Door.Ms, 300) << Case.What;
     EXPECT_LT(Door.Ms, 6000) << Case.What;
   }
 }
