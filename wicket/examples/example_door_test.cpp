@@ -299,31 +299,34 @@ void StopReadingTillTheDoorIsStuck(TDoorRun& ADoor, int& ASilent) {
 }
 
 // A socket run told to end while it waits for a key, or while it is stuck writing to a caller
-// who stopped reading, ends at once with code 0 through its exit handlers; a caller who takes
-// nothing for the write bound counts as gone.
+// who stopped reading, ends at once with code 0 through its exit handlers; the idle limit is
+// watched while it writes, and a caller who takes nothing for the write bound counts as gone.
 TEST(ExampleDoor, SocketRunEndsInOrderOnSignalsAndWhenTheCallerStopsReading) {
+  const std::string Dropped = "   Caller Dropped Carrier.  Returning To BBS...\n";
   const struct {
     const char* Name;
-    int Signal;  // 0: none, the write bound ends it
+    int Signal;  // 0: none, a limit ends it
     bool StopReading;
+    const char* Idle;     // the door's idle limit option
+    const char* Stall;    // the write bound, ms
+    std::string Console;  // on the sysop's console
     std::string Log;
   } Cases[] = {
-      {"SIGHUP in the key wait", SIGHUP, false, "node 1: hang-up (SIGHUP)"},
-      {"SIGTERM in the key wait", SIGTERM, false, "node 1: ended by SIGTERM"},
-      {"SIGINT in the key wait", SIGINT, false, "node 1: ended by SIGINT"},
-      {"SIGHUP in a blocked write", SIGHUP, true, "node 1: hang-up (SIGHUP)"},
-      {"a caller who stops reading", 0, true,
+      {"SIGHUP in the key wait", SIGHUP, false, "", "60000", Dropped, "node 1: hang-up (SIGHUP)"},
+      {"SIGTERM in the key wait", SIGTERM, false, "", "60000", Dropped, "node 1: ended by SIGTERM"},
+      {"SIGINT in the key wait", SIGINT, false, "", "60000", Dropped, "node 1: ended by SIGINT"},
+      {"SIGHUP in a blocked write", SIGHUP, true, "", "60000", Dropped, "node 1: hang-up (SIGHUP)"},
+      {"the idle limit in a blocked write", 0, true, "-I1", "60000", "", "node 1: idle time limit exceeded"},
+      {"a caller who stops reading", 0, true, "", "1000", Dropped,
        "node 1: caller stopped reading (output stalled), carrier dropped"},
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
     TTempDir Dir;
     const std::string Log = (Dir.Path / "log").string();
-    // The write bound: the shipped one where a signal must end the wait, a short one otherwise.
-    TDoorRun Door(
-        Example({"-N1", "-S{fd}"}, "", {},
-                {{"WICKET_LOG_FILE", Log}, {"WICKET_WRITE_STALL_MS", Case.Signal != 0 ? "60000" : "1000"}}),
-        kAsBbs);
+    TDoorRun Door(Example({"-N1", "-S{fd}", Case.Idle}, "", {},
+                          {{"WICKET_LOG_FILE", Log}, {"WICKET_WRITE_STALL_MS", Case.Stall}}),
+                  kAsBbs);
     std::string Seen;
     int Silent = -1;
     if (Case.StopReading) {
@@ -333,8 +336,7 @@ TEST(ExampleDoor, SocketRunEndsInOrderOnSignalsAndWhenTheCallerStopsReading) {
     }
     if (Case.Signal != 0) kill(Door.Pid, Case.Signal);
     EXPECT_EQ(FinishDoor(Door, 8000), 0);
-    EXPECT_NE(Door.Console.find("   Caller Dropped Carrier.  Returning To BBS...\n"), std::string::npos)
-        << Door.Console;
+    EXPECT_NE(Door.Console.find(Case.Console), std::string::npos) << Door.Console;
     EXPECT_EQ(ReadWholeFile(Log), "wicket-example: " + Case.Log + "\n");
     // The exit handler ran: on a caller who still reads, it leaves the terminal at the bottom left.
     if (!Case.StopReading) {
