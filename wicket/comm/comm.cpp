@@ -32,10 +32,9 @@ int32_t FCommNumber = -1;
 // Set when a send gave up on a caller who took nothing for the stall bound: later sends are
 // dropped at once instead of waiting out the bound again.
 bool FSendLost = false;
-// True while CommOnWriteWait runs, so that what it writes waits without calling it again.
+// True while CommOnWriteWait runs: what it sends doesn't wait for room or call it again.
 bool FInWaitHook = false;
-// When the caller last took bytes (or the outermost send began); writes made by the wait hook
-// share it, so that they can't stretch the bound.
+// When the caller last took bytes, or the send began.
 std::chrono::steady_clock::time_point FLastProgress;
 
 bool BufferEmpty() { return FBufferPos >= FBuffer.size(); }
@@ -104,7 +103,7 @@ void SendAll(const void* AData, size_t ALength) {
   using TClock = std::chrono::steady_clock;
   if (ALength == 0 || FSendLost) return;
   const char* Data = static_cast<const char*>(AData);
-  if (!FInWaitHook) FLastProgress = TClock::now();
+  FLastProgress = TClock::now();
   size_t Done = 0;
   while (Done < ALength) {
     const ssize_t Sent = send(FCommNumber, Data + Done, ALength - Done, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -114,7 +113,9 @@ void SendAll(const void* AData, size_t ALength) {
       continue;
     }
     if (Sent < 0 && errno == EINTR) continue;
-    if (Sent == 0 || (errno != EAGAIN && errno != EWOULDBLOCK) || ConsoleEndSignal() != 0) return;
+    // Sends of the wait hook are the words of a run that is ending: they don't wait either.
+    if (Sent == 0 || (errno != EAGAIN && errno != EWOULDBLOCK) || ConsoleEndSignal() != 0 || FInWaitHook)
+      return;
     const auto Waited = std::chrono::duration_cast<std::chrono::milliseconds>(TClock::now() - FLastProgress);
     const int64_t Left = ConsoleWriteStallMs() - static_cast<int64_t>(Waited.count());
     if (Left <= 0) {

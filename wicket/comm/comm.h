@@ -58,8 +58,9 @@ void CommWriteBlock(const void* Block, int32_t BlockLen);
 
 // Run while a send waits for the caller to take more (about once a second, at once after an
 // end request, and once more when the stall bound is reached): the door runtime's checks,
-// which may end the process. Sends made from inside it share the waiting send's stall bound
-// and don't run it again. nullptr: nothing.
+// which may end the process. Sends made from inside it (the words of a run that is ending, on
+// their way out of the process too) don't wait for room: what doesn't fit is dropped. nullptr:
+// nothing.
 extern void (*CommOnWriteWait)();
 // True once a send has given up on a caller who took nothing for the stall bound.
 bool CommOutputStalled();

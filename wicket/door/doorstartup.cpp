@@ -217,6 +217,7 @@ void DoorStartupArgs(const std::vector<std::string>& AArguments) {
     ReadDropFile(CommandLine);
   } else {
     if (DoorOnUsage != nullptr) DoorOnUsage();
+    DoorLogEnd("usage shown (no mode on the command line)");  // when a program's own hook returned
     std::exit(0);
   }
 

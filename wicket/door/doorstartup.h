@@ -62,8 +62,9 @@ void DoorShutdown();
 bool DoorOpenComm();
 // Gives up this process's hold on the link; with ADisconnect the connection is ended for every
 // holder as well. First waits, at most 2 s, until the output sent so far has left the socket
-// (not when the caller is known to be gone: see CommDrainOutput). The runtime itself passes false, so the BBS's
-// copy of the socket stays usable. Does nothing in stdio mode, and nothing the second time.
+// (not when the caller is known to be gone: see CommDrainOutput). The runtime itself passes
+// false, so the BBS's copy of the socket stays usable. Does nothing in stdio mode, and nothing
+// the second time.
 void DoorClose(bool ADisconnect);
 // The value of StdIO.
 bool DoorStdio();

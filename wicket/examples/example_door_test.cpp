@@ -233,15 +233,33 @@ TEST(ExampleDoor, IdleAndTimeLimitsFromADoorSysEndTheRun) {
   }
 }
 
+// The caller's terminal stops reading while the door has much to say: the caller moves the light
+// bar up and down many times (as long as the terminal takes keys) and reads nothing, until the
+// door's output has piled up and it is stuck writing. The master moves to ASilent, so that
+// FinishDoor doesn't read it either.
+void StopReadingTillThePtyIsFull(TDoorRun& ADoor, int ASlave, std::string& ASeen, int& ASilent) {
+  Send(ADoor.Output, "Ann\r");
+  ASSERT_TRUE(WaitFor(ADoor.Output, ASeen, " Goodbye "));
+  pollfd Room{ADoor.Output, POLLOUT, 0};
+  for (int I = 0; I < 2000 && poll(&Room, 1, 100) > 0; ++I) Send(ADoor.Output, "28");
+  // The terminal takes no more output: the door's next write blocks.
+  pollfd Full{ASlave, POLLOUT, 0};
+  const double Deadline = MonotonicMs() + 5000;
+  while (poll(&Full, 1, 0) > 0 && MonotonicMs() < Deadline) usleep(10000);
+  ASSERT_EQ(poll(&Full, 1, 0), 0) << "the door's output never piled up";
+  std::swap(ASilent, ADoor.Output);
+}
+
 // A stdio door on its caller's pty, hung up or told to end at start-up (while the console waits
-// for the answer to its cursor question) and in a key wait: each way ends with code 0 through
-// the exit handlers, at once, with the terminal's mode put back.
+// for the answer to its cursor question), in a key wait, and while stuck writing to a terminal
+// that stopped reading: each way ends with code 0 through the exit handlers, at once, with the
+// terminal's mode put back.
 TEST(ExampleDoor, StdioDoorOnACookedPtyEndsCleanlyWhenTheCallerHangsUpOrIsStopped) {
   constexpr int kCloseMaster = 0;
-  for (const bool AtStart : {true, false}) {
+  for (const char* Moment : {"at the cursor question", "in a key wait", "in a blocked write"}) {
     for (const int Way : {SIGHUP, SIGTERM, SIGINT, kCloseMaster}) {
-      SCOPED_TRACE(std::string(AtStart ? "at the cursor question, " : "in a key wait, ") +
-                   (Way == kCloseMaster ? "pty master closed" : strsignal(Way)));
+      SCOPED_TRACE(std::string(Moment) + ", " + (Way == kCloseMaster ? "pty master closed" : strsignal(Way)));
+      const bool AtStart = Moment[1] == 't', Stuck = std::string(Moment).find("blocked") != std::string::npos;
       TDoorRun Door(Example({"-N1", "-S-1"}), {.Pty = true});
       termios Raw{}, After{};
       ASSERT_NE(Door.PtyBefore.c_lflag & ICANON, 0u);
@@ -249,6 +267,7 @@ TEST(ExampleDoor, StdioDoorOnACookedPtyEndsCleanlyWhenTheCallerHangsUpOrIsStoppe
       const int Slave = open(ptsname(Door.Output), O_RDWR | O_NOCTTY | O_CLOEXEC);
       ASSERT_GE(Slave, 0);
       std::string Seen;
+      int Silent = -1;
       if (AtStart) {
         ASSERT_TRUE(WaitFor(Door.Output, Seen, "\x1b[6n"));
       } else {
@@ -259,12 +278,15 @@ TEST(ExampleDoor, StdioDoorOnACookedPtyEndsCleanlyWhenTheCallerHangsUpOrIsStoppe
       EXPECT_EQ(Raw.c_lflag & (ICANON | ECHO | ISIG | IEXTEN), 0u);
       EXPECT_EQ(Raw.c_iflag & (ICRNL | IXON), 0u);
       EXPECT_EQ(Raw.c_oflag & OPOST, 0u);
+      if (Stuck) StopReadingTillThePtyIsFull(Door, Slave, Seen, Silent);
 
       const double HungUp = MonotonicMs();
-      if (Way == kCloseMaster)
+      if (Way == kCloseMaster) {
         CloseEnd(Door.Output);
-      else
+        CloseEnd(Silent);
+      } else {
         kill(Door.Pid, Way);
+      }
       EXPECT_EQ(FinishDoor(Door), 0);
       // Within the console's one-second wait for the cursor report, when at start.
       EXPECT_LT(MonotonicMs() - HungUp, 2000);
@@ -274,6 +296,7 @@ TEST(ExampleDoor, StdioDoorOnACookedPtyEndsCleanlyWhenTheCallerHangsUpOrIsStoppe
         EXPECT_TRUE(SameMode(After, Door.PtyBefore));
       }
       close(Slave);
+      CloseEnd(Silent);
     }
   }
 }
@@ -299,31 +322,34 @@ void StopReadingTillTheDoorIsStuck(TDoorRun& ADoor, int& ASilent) {
 }
 
 // A socket run told to end while it waits for a key, or while it is stuck writing to a caller
-// who stopped reading, ends at once with code 0 through its exit handlers; a caller who takes
-// nothing for the write bound counts as gone.
+// who stopped reading, ends at once with code 0 through its exit handlers; the idle limit is
+// watched while it writes, and a caller who takes nothing for the write bound counts as gone.
 TEST(ExampleDoor, SocketRunEndsInOrderOnSignalsAndWhenTheCallerStopsReading) {
+  const std::string Dropped = "   Caller Dropped Carrier.  Returning To BBS...\n";
   const struct {
     const char* Name;
-    int Signal;  // 0: none, the write bound ends it
+    int Signal;  // 0: none, a limit ends it
     bool StopReading;
+    const char* Idle;     // the door's idle limit option
+    const char* Stall;    // the write bound, ms
+    std::string Console;  // on the sysop's console
     std::string Log;
   } Cases[] = {
-      {"SIGHUP in the key wait", SIGHUP, false, "node 1: hang-up (SIGHUP)"},
-      {"SIGTERM in the key wait", SIGTERM, false, "node 1: ended by SIGTERM"},
-      {"SIGINT in the key wait", SIGINT, false, "node 1: ended by SIGINT"},
-      {"SIGHUP in a blocked write", SIGHUP, true, "node 1: hang-up (SIGHUP)"},
-      {"a caller who stops reading", 0, true,
+      {"SIGHUP in the key wait", SIGHUP, false, "", "60000", Dropped, "node 1: hang-up (SIGHUP)"},
+      {"SIGTERM in the key wait", SIGTERM, false, "", "60000", Dropped, "node 1: ended by SIGTERM"},
+      {"SIGINT in the key wait", SIGINT, false, "", "60000", Dropped, "node 1: ended by SIGINT"},
+      {"SIGHUP in a blocked write", SIGHUP, true, "", "60000", Dropped, "node 1: hang-up (SIGHUP)"},
+      {"the idle limit in a blocked write", 0, true, "-I1", "60000", "", "node 1: idle time limit exceeded"},
+      {"a caller who stops reading", 0, true, "", "1000", Dropped,
        "node 1: caller stopped reading (output stalled), carrier dropped"},
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
     TTempDir Dir;
     const std::string Log = (Dir.Path / "log").string();
-    // The write bound: the shipped one where a signal must end the wait, a short one otherwise.
-    TDoorRun Door(
-        Example({"-N1", "-S{fd}"}, "", {},
-                {{"WICKET_LOG_FILE", Log}, {"WICKET_WRITE_STALL_MS", Case.Signal != 0 ? "60000" : "1000"}}),
-        kAsBbs);
+    TDoorRun Door(Example({"-N1", "-S{fd}", Case.Idle}, "", {},
+                          {{"WICKET_LOG_FILE", Log}, {"WICKET_WRITE_STALL_MS", Case.Stall}}),
+                  kAsBbs);
     std::string Seen;
     int Silent = -1;
     if (Case.StopReading) {
@@ -332,9 +358,8 @@ TEST(ExampleDoor, SocketRunEndsInOrderOnSignalsAndWhenTheCallerStopsReading) {
       ASSERT_TRUE(WaitFor(Door.Caller, Seen, "Your name:"));
     }
     if (Case.Signal != 0) kill(Door.Pid, Case.Signal);
-    EXPECT_EQ(FinishDoor(Door, 8000), 0);
-    EXPECT_NE(Door.Console.find("   Caller Dropped Carrier.  Returning To BBS...\n"), std::string::npos)
-        << Door.Console;
+    EXPECT_EQ(FinishDoor(Door), 0);  // the write bound of the signal cases is 60 s: far beyond
+    EXPECT_NE(Door.Console.find(Case.Console), std::string::npos) << Door.Console;
     EXPECT_EQ(ReadWholeFile(Log), "wicket-example: " + Case.Log + "\n");
     // The exit handler ran: on a caller who still reads, it leaves the terminal at the bottom left.
     if (!Case.StopReading) {
