@@ -1,8 +1,8 @@
 // The small text and number helpers every part of the system leans on: trimming control
 // bytes and blanks from the ends of a byte string, reading a whole string as a 32-bit
-// integer with a fallback, ASCII upper-casing, hex digit values and 32-bit saturation. Settings lines,
-// drop-file lines, the command line and ANSI parameters all go through StrToIntDef, so a sysop's "$0C" means
-// the same everywhere.
+// integer with a fallback, ASCII upper-casing, hex digit values and 32-bit saturation.
+// Settings lines, drop-file lines, the command line and ANSI parameters all go through
+// StrToIntDef, so a sysop's "$0C" means the same everywhere.
 #pragma once
 
 #include <cstdint>

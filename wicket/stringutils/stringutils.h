@@ -1,6 +1,7 @@
-// The door library's pure text helpers: stripping Seth codes, the time texts of the status bar, token
-// splitting and joining, and a lenient Base64 decoder. All work on byte strings (any byte, zero included),
-// keep no state and report no errors: text that does not form a valid code passes through as text.
+// The door library's pure text helpers: stripping Seth codes, the time texts of the status
+// bar, token splitting and joining, and a lenient Base64 decoder. All work on byte strings
+// (any byte, zero included), keep no state and report no errors: text that does not form a
+// valid code passes through as text.
 #pragma once
 
 #include <cstdint>
