@@ -3,7 +3,12 @@
 // and the cleaner alone on a typical description. Counts heap allocations too, since the
 // pipeline must not allocate per byte.
 //
+// The label steps (the UTC stamp and the login line) are measured on their own as well: a
+// description that carries both labels as forum feeds send them, and a hostile text whose
+// "(UTC" stands a quarter megabyte before its "):".
+//
 //   build/bench/bench_scan_clean [--benchmark_filter=All]
+//   build/bench/bench_scan_clean --benchmark_filter=Label
 //
 // With --scan-file=PATH [--max-items=N] it instead scans that one file once (default 50 items,
 // as the settings give) and prints the item count, so that the peak memory of a scan can be
@@ -25,6 +30,7 @@
 #include <vector>
 
 #include "cleaner.h"
+#include "cleaner_steps.h"
 #include "config.h"
 #include "scanner.h"
 
@@ -128,6 +134,21 @@ void CleanPlainTitle(benchmark::State& AState) {
   AState.SetBytesProcessed(static_cast<int64_t>(AState.iterations()) * static_cast<int64_t>(Title.size()));
 }
 
+// A forum post as bulletin-board feeds send it: both labels, each with its value and LF.
+const std::string LABELLED_POST =
+    "Current Date and Time (UTC - YYYY-MM-DD HH:MM:SS formatted): 2026-11-10 08:00:00\n"
+    "Current User's Login: sysop\n\n" +
+    std::string(TYPICAL_DESCRIPTION, 0, 600);
+
+// "(UTC" far from its "):", with stray ")" on the way: the lazy walk's longest case in a feed.
+const std::string FAR_CLOSE_LABEL =
+    "Current Date and Time (UTC" + std::string(256 * 1024, ')') + "): 08:00\n" + "Current User's Login: x";
+
+void CleanLabel(benchmark::State& AState, const std::string* AText, TCleanPattern APattern) {
+  for (auto _ : AState) benchmark::DoNotOptimize(ApplyCleanerPattern(APattern, *AText));
+  AState.SetBytesProcessed(static_cast<int64_t>(AState.iterations()) * static_cast<int64_t>(AText->size()));
+}
+
 }  // namespace
 
 // Counting every allocation of the program; GCC takes the malloc/free pair inside these
@@ -171,6 +192,10 @@ int main(int AArgc, char** AArgv) {
   static std::vector<TFeed> Feeds = LoadCorpus();
   benchmark::RegisterBenchmark("CleanTypicalDescription", CleanTypicalDescription);
   benchmark::RegisterBenchmark("CleanPlainTitle", CleanPlainTitle);
+  benchmark::RegisterBenchmark("Label/utc/post", CleanLabel, &LABELLED_POST, cpUtcStamp);
+  benchmark::RegisterBenchmark("Label/login/post", CleanLabel, &LABELLED_POST, cpLoginLine);
+  benchmark::RegisterBenchmark("Label/utc/far_close", CleanLabel, &FAR_CLOSE_LABEL, cpUtcStamp)
+      ->Unit(benchmark::kMicrosecond);
   if (!Feeds.empty()) {
     benchmark::RegisterBenchmark("ScanCleanAll/every_item", ScanAllFeeds, &Feeds, INT32_MAX)
         ->Unit(benchmark::kMillisecond);

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "door/doorstate.h"
 #include "dropfiles/dropfiles.h"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "ansi/ansi.h"
 #include "crt2/crt2.h"
 #include "stringutils/stringutils.h"
 

@@ -14,7 +14,7 @@
 #include "config.h"
 #include "scanner.h"
 #include "stringutils/strbasics.h"
-#include "textlines.h"
+#include "stringutils/textlines.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "stringutils/strbasics.h"
-#include "textlines.h"
+#include "stringutils/textlines.h"
 
 std::string FeedUrl;
 std::string SkinFile;

@@ -7,7 +7,7 @@
 
 #include "config.h"
 #include "testsupport.h"
-#include "textlines.h"
+#include "stringutils/textlines.h"
 
 using namespace std::string_literals;
 

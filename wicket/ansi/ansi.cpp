@@ -4,6 +4,7 @@
 #include "ansi.h"
 
 #include "crt2/crt2.h"
+#include "stringutils/strbasics.h"
 
 namespace {
 
@@ -59,4 +60,26 @@ std::string AnsiBlink(bool ABlink) {
   if (ABlink) return Csi("5m");
   const uint8_t Attr = GetTextAttr();
   return Csi("0m") + AnsiTextBackground(static_cast<uint8_t>(Attr >> 4)) + AnsiTextColour(Attr & 15);
+}
+
+std::string PipeToAnsi(std::string_view AText) {
+  if (AText.size() < 3) return std::string(AText);
+  std::string Result;
+  Result.reserve(AText.size() * 2);
+  size_t I = 0;
+  while (I < AText.size()) {
+    const char C = AText[I];
+    if (C == '|' && I + 2 < AText.size()) {
+      const int32_t High = HexDigitValue(static_cast<uint8_t>(AText[I + 1]));
+      const int32_t Low = HexDigitValue(static_cast<uint8_t>(AText[I + 2]));
+      if (High >= 0 && Low >= 0) {
+        Result += AnsiTextAttr(static_cast<uint8_t>((High * 16 + Low) & 0x7F));
+        I += 3;
+        continue;
+      }
+    }
+    Result += C;
+    ++I;
+  }
+  return Result;
 }

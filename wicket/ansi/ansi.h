@@ -1,7 +1,8 @@
 // ANSI sequence builders: the bytes that move the caller's cursor, clear the screen and set
-// colours. They send nothing; the door runtime passes the result to DoorWrite. They hold no
-// state: the colour builders read the door's current attribute through GetTextAttr, so a
-// door sets the attribute first (SetTextAttr and companions) and builds the sequence after.
+// colours, and the pipe colour codes ("|1E") of door texts expanded into them. They send
+// nothing; the door runtime passes the result to DoorWrite. They hold no state: the colour
+// builders read the door's current attribute through GetTextAttr, so a door sets the
+// attribute first (SetTextAttr and companions) and builds the sequence after.
 //
 // Numbers go out in plain decimal without padding. Nothing is clamped and no count is
 // skipped: AnsiCursorUp(0) is ESC "[0A", AnsiGotoXY(0, 0) is ESC "[0;0f".
@@ -9,10 +10,9 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
-// PC colour 0..7 -> ANSI colour digit. Swaps blue with red and cyan with brown; the table is
-// its own inverse, so it also maps an ANSI digit back to a PC colour.
-inline constexpr int32_t AnsiColours[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+#include "console/ansicolours.h"  // AnsiColours, part of this interface
 
 std::string AnsiClrEol();  // ESC "[K"
 std::string AnsiClrScr();  // ESC "[2J" ESC "[1;1f": clear, then home
@@ -42,3 +42,9 @@ std::string AnsiTextAttr(uint8_t AAttr);
 // ABlink: ESC "[5m". Otherwise ESC "[0m" followed by the background and then the foreground of
 // GetTextAttr(), which restores the colours that the reset cleared.
 std::string AnsiBlink(bool ABlink);
+
+// Every "|" followed by two hex digits (either case) becomes AnsiTextAttr of that value,
+// 0x80..0xFF counting as the value less 128. A "|" not followed by two hex digits stays as
+// text, and the bytes behind it are read again (so "||07" gives "|" and a colour).
+// Depends on the door's current attribute through AnsiTextAttr.
+std::string PipeToAnsi(std::string_view AText);

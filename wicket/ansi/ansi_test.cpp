@@ -1,5 +1,5 @@
 // The sequence builders byte for byte, the colour ones against the attribute the door
-// holds when it builds them.
+// holds when it builds them, and the pipe codes that expand to them.
 #include "ansi.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +8,8 @@
 
 #include "console/console_testutil.h"
 #include "crt2/crt2.h"
+
+using namespace std::string_literals;
 
 namespace {
 
@@ -54,4 +56,30 @@ TEST(AnsiBuilders, SequencesByteForByte) {
       {With(0x07, Blink, 1), "\x1b[5m"},
   };
   for (const auto& C : Cases) EXPECT_EQ(Visible(C.Got), Visible(C.Want));
+}
+
+// Codes are two hex digits of either case, 128 and up lose bit 7; a code needs exactly two hex
+// digits after the bar (no blank or sign as a number parser would allow).
+TEST(PipeToAnsi, TranslatesCodesAndPassesEverythingElseAsText) {
+  SetTextAttr(0x07);
+  const std::string Grey = AnsiTextAttr(0x07);
+  ASSERT_EQ(Visible(Grey), "\\e[0;37m\\e[40m\\e[40m");  // the table below leans on this
+  const std::string White = AnsiTextAttr(0x0F), YellowOnBlue = AnsiTextAttr(0x1E);
+  struct TCase {
+    std::string Text;
+    std::string Want;
+  } Cases[] = {{"|07Hi", Grey + "Hi"},
+               {"|0f|8F", White + White},
+               {"|1E|9e", YellowOnBlue + YellowOnBlue},
+               {"|FF", AnsiTextAttr(0x7F)},
+               {"", ""},
+               {"Hi|0", "Hi|0"},
+               {"Hi|", "Hi|"},
+               {"|GG|0G|x7", "|GG|0G|x7"},
+               {"| 7|-1|+1", "| 7|-1|+1"},
+               {"||07", "|" + Grey},
+               {"|0|07", "|0" + Grey},
+               {"|||", "|||"},
+               {"\0|07\xFF"s, "\0"s + Grey + "\xFF"}};
+  for (const auto& C : Cases) EXPECT_EQ(Visible(PipeToAnsi(C.Text)), Visible(C.Want)) << Visible(C.Text);
 }

@@ -9,28 +9,9 @@
 #include <string>
 #include <vector>
 
-enum TDoorEmulationType : uint8_t { etANSI = 0, etASCII = 1 };
+#include "dropfiles/dropinfo.h"
 
 enum TDoorLastKeyType : uint8_t { lkNone = 0, lkSysop = 1, lkUser = 2 };
-
-// The caller as the BBS described them, from a drop file or the command line.
-// Emulation, Clean, Fairy, RecPos, Access and Baud are kept for the application only.
-struct TDoorDropInfo {
-  int32_t Access = 0;
-  std::string Alias;
-  std::string AliasOrRealName;  // derived by DoorStartup
-  int32_t Baud = 0;
-  bool Clean = false;
-  int32_t ComNum = 0;   // socket handle of the link; -1 means stdio mode
-  uint8_t ComType = 0;  // 0 local, 1 serial, 2 socket (3 may come from an INFO.* file)
-  TDoorEmulationType Emulation = etANSI;
-  bool Fairy = false;
-  int32_t MaxSeconds = 3600;  // counted from DoorSession.TimeOn
-  int32_t Node = 0;
-  std::string RealName;
-  std::string RealNameOrAlias;  // derived by DoorStartup
-  int32_t RecPos = 0;
-};
 
 // The last key DoorReadKey handed out; the idle clock runs from Time.
 struct TDoorLastKey {
@@ -57,7 +38,6 @@ struct TDoorSession {
   double TimeOn = 0;       // stamped by DoorStartup
 };
 
-extern TDoorDropInfo DoorDropInfo;
 extern TDoorLastKey DoorLastKey;
 extern TDoorMOREPrompts DoorMOREPrompts;
 extern TDoorSession DoorSession;

@@ -9,12 +9,11 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <limits>
 #include <string_view>
 #include <vector>
 
-#include "../door/doorstate.h"
 #include "stringutils/strbasics.h"
+#include "stringutils/textlines.h"
 
 namespace {
 
@@ -37,20 +36,6 @@ struct TDropLines {
   }
 };
 
-// Splits AData at LF, CR and CR LF into at most AMaxLines lines. When AEndIsComplete is false
-// the data stopped at a read error, so a last line without a line end is left out.
-void SplitLines(std::string_view AData, size_t AMaxLines, bool AEndIsComplete, TDropLines& AResult) {
-  size_t Start = 0;
-  while (Start < AData.size() && AResult.Lines.size() < AMaxLines) {
-    size_t End = Start;
-    while (End < AData.size() && AData[End] != '\n' && AData[End] != '\r') ++End;
-    if (End == AData.size() && !AEndIsComplete) break;
-    AResult.Lines.emplace_back(AData.substr(Start, End - Start));
-    if (End < AData.size() && AData[End] == '\r' && End + 1 < AData.size() && AData[End + 1] == '\n') ++End;
-    Start = End + 1;
-  }
-}
-
 // Reads the first AMaxLines lines of AFileName. False when the file can't be opened.
 bool LoadDropLines(const std::string& AFileName, size_t AMaxLines, TDropLines& AResult) {
   // Non-blocking, so that a FIFO without a writer reads as empty instead of waiting forever;
@@ -72,15 +57,11 @@ bool LoadDropLines(const std::string& AFileName, size_t AMaxLines, TDropLines& A
   }
   close(Fd);
   if (Data.size() > FMaxDropFileBytes) Data.resize(FMaxDropFileBytes);
-  SplitLines(Data, AMaxLines, !Failed, AResult);
+  // Data cut by a read error ends in a line whose end was never read: that line is left out.
+  if (Failed) Data.resize(Data.find_last_of("\r\n") + 1);  // npos + 1: nothing at all
+  AResult.Lines = SplitLines(Data, AMaxLines);
   AResult.CutShort = Failed;
   return true;
-}
-
-int32_t SaturateToInt32(int64_t AValue) {
-  if (AValue > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
-  if (AValue < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
-  return static_cast<int32_t>(AValue);
 }
 
 // BBSes that mean "unlimited" write minute counts like 99999999; their seconds must not wrap
@@ -94,14 +75,6 @@ int32_t RecordFromOne(std::string_view ALine) { return SaturateToInt32(int64_t{S
 std::string_view Copy(std::string_view AText, size_t AIndex, int64_t ACount) {
   if (AIndex < 1 || AIndex > AText.size() || ACount <= 0) return {};
   return AText.substr(AIndex - 1, static_cast<size_t>(ACount));
-}
-
-std::string UpperCase(std::string_view AText) {
-  std::string Result(AText);
-  for (char& C : Result) {
-    if (C >= 'a' && C <= 'z') C = static_cast<char>(C - 'a' + 'A');
-  }
-  return Result;
 }
 
 // A port line gives the descriptor number; a number above 0 also marks a link.
@@ -184,7 +157,7 @@ void ReadDoorSys(const std::string& AFileName) {
         D.MaxSeconds = StrToIntDef(L, 0);
         break;
       case 20:
-        D.Emulation = UpperCase(L) == "GR" ? etANSI : etASCII;
+        D.Emulation = UpperCaseAscii(L) == "GR" ? etANSI : etASCII;
         break;
       case 26:
         D.RecPos = RecordFromOne(L);
@@ -256,7 +229,7 @@ void ReadLordInfo(const std::string& AFileName) {
         D.Emulation = StrToIntDef(L, 3) == 3 ? etANSI : etASCII;
         break;
       case 4:
-        D.Fairy = UpperCase(L) == "FAIRY YES";
+        D.Fairy = UpperCaseAscii(L) == "FAIRY YES";
         break;
       case 5:
         D.MaxSeconds = MinutesToSeconds(StrToIntDef(L, 0));
@@ -280,12 +253,12 @@ void ReadLordInfo(const std::string& AFileName) {
         D.Baud = StrToIntDef(L, 38400);
         break;
       case 12: {
-        const std::string Kind = UpperCase(L);
+        const std::string Kind = UpperCaseAscii(L);
         D.ComType = Kind == "LOCAL" ? 0 : Kind == "TELNET" ? 2 : Kind == "WC5" ? 3 : 1;
         break;
       }
       case 14:
-        D.Clean = UpperCase(L) == "CLEAN MODE ON";
+        D.Clean = UpperCaseAscii(L) == "CLEAN MODE ON";
         break;
       default:
         break;  // unused lines

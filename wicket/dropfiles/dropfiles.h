@@ -17,6 +17,8 @@
 
 #include <string>
 
+#include "dropinfo.h"
+
 // DOOR32.SYS, 11 lines: connection type and handle, baud, record, names, security, minutes
 // left, emulation, node.
 void ReadDoor32(const std::string& AFileName);

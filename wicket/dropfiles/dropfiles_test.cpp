@@ -11,7 +11,6 @@
 #include <sstream>
 #include <vector>
 
-#include "../door/doorstate.h"
 #include "testsupport.h"
 
 using namespace std::string_literals;

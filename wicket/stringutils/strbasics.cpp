@@ -1,16 +1,12 @@
-// Trimming and the integer parse with a default; see strbasics.h for the rules.
+// Trimming, the integer parse with a default and the byte and number helpers; see strbasics.h
+// for the rules.
 #include "strbasics.h"
+
+#include <limits>
 
 namespace {
 
 bool IsTrimmable(char C) { return static_cast<uint8_t>(C) <= 0x20; }
-
-int DigitValue(char C) {
-  if (C >= '0' && C <= '9') return C - '0';
-  if (C >= 'a' && C <= 'f') return C - 'a' + 10;
-  if (C >= 'A' && C <= 'F') return C - 'A' + 10;
-  return 99;
-}
 
 }  // namespace
 
@@ -66,12 +62,35 @@ int32_t StrToIntDef(std::string_view AText, int32_t ADefault) {
   const uint64_t Limit = Base == 10 ? (Negative ? 2147483648ULL : 2147483647ULL) : 0xFFFFFFFFULL;
   uint64_t Value = 0;
   for (; I < AText.size(); ++I) {
-    const int Digit = DigitValue(AText[I]);
-    if (Digit >= static_cast<int>(Base)) return ADefault;
+    const int32_t Digit = HexDigitValue(static_cast<uint8_t>(AText[I]));
+    if (Digit < 0 || Digit >= static_cast<int32_t>(Base)) return ADefault;
     Value = Value * Base + static_cast<uint64_t>(Digit);
     if (Value > Limit) return ADefault;
   }
   uint32_t Bits = static_cast<uint32_t>(Value);
   if (Negative) Bits = 0U - Bits;
   return static_cast<int32_t>(Bits);
+}
+
+int32_t HexDigitValue(uint8_t AByte) {
+  if (AByte >= '0' && AByte <= '9') return AByte - '0';
+  if (AByte >= 'a' && AByte <= 'f') return AByte - 'a' + 10;
+  if (AByte >= 'A' && AByte <= 'F') return AByte - 'A' + 10;
+  return -1;
+}
+
+uint8_t UpperCaseAscii(uint8_t AByte) {
+  return AByte >= 'a' && AByte <= 'z' ? static_cast<uint8_t>(AByte - 'a' + 'A') : AByte;
+}
+
+std::string UpperCaseAscii(std::string_view AText) {
+  std::string Result(AText);
+  for (char& C : Result) C = static_cast<char>(UpperCaseAscii(static_cast<uint8_t>(C)));
+  return Result;
+}
+
+int32_t SaturateToInt32(int64_t AValue) {
+  if (AValue > std::numeric_limits<int32_t>::max()) return std::numeric_limits<int32_t>::max();
+  if (AValue < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(AValue);
 }

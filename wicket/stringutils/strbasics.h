@@ -1,7 +1,8 @@
-// The two text helpers every part of the system leans on: trimming control bytes and
-// blanks from the ends of a byte string, and reading a whole string as a 32-bit integer
-// with a fallback. Settings lines, drop-file lines, the command line and ANSI parameters
-// all go through StrToIntDef, so a sysop's "$0C" means the same everywhere.
+// The small text and number helpers every part of the system leans on: trimming control
+// bytes and blanks from the ends of a byte string, reading a whole string as a 32-bit
+// integer with a fallback, ASCII upper-casing, hex digit values and 32-bit saturation.
+// Settings lines, drop-file lines, the command line and ANSI parameters all go through
+// StrToIntDef, so a sysop's "$0C" means the same everywhere.
 #pragma once
 
 #include <cstdint>
@@ -23,3 +24,15 @@ std::string TrimRight(std::string_view AText);
 // Anything else in the text (a trailing blank too), no digits at all, or a text longer
 // than 255 bytes gives ADefault.
 int32_t StrToIntDef(std::string_view AText, int32_t ADefault);
+
+// 0..15 for a hex digit of either case, -1 for every other byte.
+int32_t HexDigitValue(uint8_t AByte);
+
+// "a".."z" become "A".."Z"; every other byte, 0x80 and above included, stays as it is, so
+// the result never depends on the locale.
+uint8_t UpperCaseAscii(uint8_t AByte);
+std::string UpperCaseAscii(std::string_view AText);
+
+// AValue when it fits 32 bits, otherwise the nearer of -2147483648 and 2147483647: limits
+// computed in 64 bits land there instead of wrapping round to the opposite sign.
+int32_t SaturateToInt32(int64_t AValue);

@@ -41,3 +41,15 @@ TEST(StrToIntDef, GivesTheDefaultForAnythingElse) {
   for (const auto& Text : Bad) EXPECT_EQ(StrToIntDef(Text, 7), 7) << Text;
   EXPECT_EQ(StrToIntDef(std::string(254, '0') + "5", 7), 5);
 }
+
+// Only the 26 ASCII letters change case; the bytes beside each range, and Latin-1 letters that a
+// locale-aware toupper would change, stay. Hex digits end exactly at the letter f of either case.
+TEST(ByteHelpers, AsciiCaseAndHexDigitsAtTheirEdges) {
+  EXPECT_EQ(UpperCaseAscii("`az{@AZ[\xE9\xFF\0"s), "`AZ{@AZ[\xE9\xFF\0"s);
+  const struct {
+    uint8_t Byte;
+    int32_t Want;
+  } Hex[] = {{'0', 0},  {'9', 9},  {'a', 10}, {'F', 15}, {'f', 15}, {'/', -1},
+             {':', -1}, {'@', -1}, {'G', -1}, {'`', -1}, {'g', -1}, {0xB0, -1}};
+  for (const auto& C : Hex) EXPECT_EQ(HexDigitValue(C.Byte), C.Want) << int{C.Byte};
+}

@@ -1,18 +1,8 @@
-// The string helpers: pipe codes, Seth-code stripping, time texts, tokens and Base64.
+// The string helpers: Seth-code stripping, time texts, tokens and Base64.
 // Every function is a pure pass over its input; none can fail.
 #include "stringutils.h"
 
-#include "ansi/ansi.h"
-
 namespace {
-
-// 0..15 for a hex digit of either case, -1 for anything else.
-int HexValue(char AChar) {
-  if (AChar >= '0' && AChar <= '9') return AChar - '0';
-  if (AChar >= 'a' && AChar <= 'f') return AChar - 'a' + 10;
-  if (AChar >= 'A' && AChar <= 'F') return AChar - 'A' + 10;
-  return -1;
-}
 
 // 0..63 for a character of the standard Base64 alphabet, -1 for anything else.
 int Base64Value(char AChar) {
@@ -36,28 +26,6 @@ std::string Sign(int32_t ASec) { return ASec < 0 ? "-" : ""; }
 int64_t Magnitude(int32_t ASec) { return ASec < 0 ? -static_cast<int64_t>(ASec) : ASec; }
 
 }  // namespace
-
-std::string PipeToAnsi(std::string_view AText) {
-  if (AText.size() < 3) return std::string(AText);
-  std::string Result;
-  Result.reserve(AText.size() * 2);
-  size_t I = 0;
-  while (I < AText.size()) {
-    const char C = AText[I];
-    if (C == '|' && I + 2 < AText.size()) {
-      const int High = HexValue(AText[I + 1]);
-      const int Low = HexValue(AText[I + 2]);
-      if (High >= 0 && Low >= 0) {
-        Result += AnsiTextAttr(static_cast<uint8_t>((High * 16 + Low) & 0x7F));
-        I += 3;
-        continue;
-      }
-    }
-    Result += C;
-    ++I;
-  }
-  return Result;
-}
 
 std::string SethStrip(std::string_view AText) {
   std::string Result;

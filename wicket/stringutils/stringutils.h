@@ -1,7 +1,7 @@
-// The door library's pure text helpers: pipe colour codes to ANSI, stripping Seth codes,
-// the time texts of the status bar, token splitting and joining, and a lenient Base64
-// decoder. All work on byte strings (any byte, zero included), keep no state and report no
-// errors: text that does not form a valid code passes through as text.
+// The door library's pure text helpers: stripping Seth codes, the time texts of the status
+// bar, token splitting and joining, and a lenient Base64 decoder. All work on byte strings
+// (any byte, zero included), keep no state and report no errors: text that does not form a
+// valid code passes through as text.
 #pragma once
 
 #include <cstdint>
@@ -13,12 +13,6 @@
 
 // Tokens at indexes 1..TokenCount; entry 0 stays empty, so size() is TokenCount + 1.
 using TTokens = std::vector<std::string>;
-
-// Every "|" followed by two hex digits (either case) becomes AnsiTextAttr of that value,
-// 0x80..0xFF counting as the value less 128. A "|" not followed by two hex digits stays as
-// text, and the bytes behind it are read again (so "||07" gives "|" and a colour).
-// Depends on the door's current attribute through AnsiTextAttr.
-std::string PipeToAnsi(std::string_view AText);
 
 // Drops every Seth code: a backtick with the byte behind it, or a backtick, "r" and one more
 // byte. A backtick at the very end is dropped as well.

@@ -1,4 +1,4 @@
-// The string helpers against hand-written expectations: pipe and Seth codes,
+// The string helpers against hand-written expectations: Seth codes,
 // time texts, tokens and Base64, weighted toward malformed codes and boundary
 // values.
 #include "stringutils.h"
@@ -7,37 +7,7 @@
 
 #include <climits>
 
-#include "ansi/ansi.h"
-#include "console/console_testutil.h"
-#include "crt2/crt2.h"
-
 using namespace std::string_literals;
-
-// Codes are two hex digits of either case, 128 and up lose bit 7; a code needs exactly two hex
-// digits after the bar (no blank or sign as a number parser would allow).
-TEST(PipeToAnsi, TranslatesCodesAndPassesEverythingElseAsText) {
-  SetTextAttr(0x07);
-  const std::string Grey = AnsiTextAttr(0x07);
-  ASSERT_EQ(Visible(Grey), "\\e[0;37m\\e[40m\\e[40m");  // the table below leans on this
-  const std::string White = AnsiTextAttr(0x0F), YellowOnBlue = AnsiTextAttr(0x1E);
-  struct TCase {
-    std::string Text;
-    std::string Want;
-  } Cases[] = {{"|07Hi", Grey + "Hi"},
-               {"|0f|8F", White + White},
-               {"|1E|9e", YellowOnBlue + YellowOnBlue},
-               {"|FF", AnsiTextAttr(0x7F)},
-               {"", ""},
-               {"Hi|0", "Hi|0"},
-               {"Hi|", "Hi|"},
-               {"|GG|0G|x7", "|GG|0G|x7"},
-               {"| 7|-1|+1", "| 7|-1|+1"},
-               {"||07", "|" + Grey},
-               {"|0|07", "|0" + Grey},
-               {"|||", "|||"},
-               {"\0|07\xFF"s, "\0"s + Grey + "\xFF"}};
-  for (const auto& C : Cases) EXPECT_EQ(Visible(PipeToAnsi(C.Text)), Visible(C.Want)) << Visible(C.Text);
-}
 
 TEST(SethStrip, DropsCodesOfTwoOrThreeBytes) {
   struct TCase {

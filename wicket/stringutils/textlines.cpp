@@ -1,4 +1,5 @@
-// Line splitting shared by the settings reader and the feed scanner; see textlines.h.
+// Line splitting shared by the drop-file readers, the settings reader and the feed scanner;
+// see textlines.h.
 #include "textlines.h"
 
 #include <cstring>
@@ -13,7 +14,7 @@ const char* FindByte(const char* AFrom, const char* AEnd, char AByte) {
 
 }  // namespace
 
-std::vector<std::string> SplitLines(std::string_view AText) {
+std::vector<std::string> SplitLines(std::string_view AText, size_t AMaxLines) {
   std::vector<std::string> Lines;
   if (AText.empty()) return Lines;
   const char* P = AText.data();
@@ -22,7 +23,7 @@ std::vector<std::string> SplitLines(std::string_view AText) {
   // with only one kind of line end is still read in one pass (no rescan to the end per line).
   const char* NextCr = FindByte(P, End, '\r');
   const char* NextLf = FindByte(P, End, '\n');
-  while (P < End) {
+  while (P < End && Lines.size() < AMaxLines) {
     if (NextCr < P) NextCr = FindByte(P, End, '\r');
     if (NextLf < P) NextLf = FindByte(P, End, '\n');
     const char* LineEnd = NextCr < NextLf ? NextCr : NextLf;
