@@ -30,9 +30,9 @@
 //   closed at once (an empty body), because that is what such a server looks like when our
 //   request reached it unread. A reset after the first byte is "Error reading data from socket".
 // - A response of more than FetchMaxResponseBytes (32 MiB, six times the largest feed we have
-//   met) fails with "Feed too large: more than 33554432 bytes": the scanner keeps every line of
-//   the body as a string of its own, so a hostile feed of line ends alone would otherwise cost
-//   some thirty times its size in memory.
+//   met) fails with "Feed too large: more than 33554432 bytes", so that a wrong URL (a download, a
+//   stream) or a hostile server can't hold the node or its memory: the scan then needs about
+//   twice the body's size at most.
 // - A negative Content-Length counts as a missing one: the body runs to the end of the
 //   connection.
 // - A chunk size is reported in full when it passes the limit ("Got 4294967295" for eight F).

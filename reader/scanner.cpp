@@ -15,7 +15,6 @@
 #include "stringutils/strbasics.h"
 
 std::string RSSText;
-std::vector<std::string> Feed;
 TRSSItemList Items;
 int32_t ItemCount = 0;
 

@@ -24,9 +24,6 @@ struct TRSSItem {
 // The response body as fetched; the main program stores it before the scan, which takes it
 // over and leaves it empty.
 extern std::string RSSText;
-// Left empty: the scan reads the body in place and keeps no list of its lines. The main
-// program's release at the end of a run still names it.
-extern std::vector<std::string> Feed;
 // Items held compactly, so that a feed of a million tiny items costs a few bytes per item
 // beside its text rather than four strings each: every field of every item back to back in
 // one text, and for each item the end of each of its four fields in that text, in the order of

@@ -10,7 +10,6 @@
 #include <ctime>
 #include <exception>
 #include <string>
-#include <vector>
 
 #include "config.h"
 #include "console/console.h"
@@ -88,7 +87,6 @@ static void RunReader(int AArgc, const char* const* AArgs) {
       ReadItems();
     }
   }
-  std::vector<std::string>().swap(Feed);  // the feed text's lines, released for good
   DoorShutdown();
 }
 
