@@ -317,6 +317,58 @@ TEST(ConsoleKeys, LoneEscapeAndAltKey) {
   EXPECT_EQ(Run.Report, "27 27 120 ");
 }
 
+// The wait of a door's key loop: it wakes for a key (also one typed during the wait, and a lone
+// ESC once its 50 ms are up), for the end of input, and otherwise sleeps out its time; bytes
+// that make no key (an unknown sequence) don't end it. ConsoleInputGone tells an ended input
+// from one that is merely quiet, and consumes no key.
+TEST(ConsoleKeys, WaitForKeyWakesForKeysAndTheEndOnly) {
+  const struct {
+    const char* Name;
+    bool Pty;
+    std::string Input;
+    bool CloseInput;
+    std::string TypedWhileWaiting;
+    int32_t TimeoutMs;
+    std::string Want;
+  } Cases[] = {
+      {"a key already typed", true, "x", false, "", 10000, "key quick 120 here"},
+      {"a key typed during the wait", true, "", false, "k", 10000, "key quick 107 here"},
+      {"a lone escape", true, "\x1b", false, "", 10000, "key quick 27 here"},
+      {"nothing comes", true, "", false, "", 300, "none slept here"},
+      {"an unknown sequence only", true, "\x1b[99~", false, "", 300, "none slept here"},
+      {"input ended, keys first", false, "y", true, "", 10000, "key quick 121 gone"},
+  };
+  for (const auto& Case : Cases) {
+    SCOPED_TRACE(Case.Name);
+    TChildOptions Options = Case.Pty ? TChildOptions() : OnPipes();
+    Options.Input = Case.Input;
+    Options.CloseInput = Case.CloseInput;
+    const std::string Typed = Case.TypedWhileWaiting;
+    Options.OnOutput = [Typed](TChildRun& ARun) {
+      if (!Typed.empty() && ARun.Output.find("waiting") != std::string::npos &&
+          ARun.Output.find("done") == std::string::npos)
+        TestWriteAll(ARun.Master, Typed);
+    };
+    const int32_t TimeoutMs = Case.TimeoutMs;
+    TChildRun Run = RunConsoleChild(Options, [TimeoutMs] {
+      ConsoleInit();
+      Delay(100);  // the pipe's bytes are in, and the pty's after the cursor answer
+      ConsoleWrite("waiting");
+      const auto Start = std::chrono::steady_clock::now();
+      const bool Key = ConsoleWaitForKey(TimeoutMs);
+      const auto Ms =
+          std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - Start);
+      ConsoleWrite("done");
+      std::string Report = Key ? "key " : "none ";
+      Report += Ms.count() < TimeoutMs / 2 ? "quick " : Ms.count() >= TimeoutMs ? "slept " : "early ";
+      if (Key) Report += Keys(1);
+      Report += ConsoleInputGone() ? "gone" : "here";
+      return Report;
+    });
+    EXPECT_EQ(Run.Report, Case.Want);
+  }
+}
+
 // A door whose input has gone ends by itself with exit code 0 instead of waiting for ever: end of
 // file on a pipe (keys still buffered come first), or the terminal gone.
 TEST(ConsoleKeys, EndOfInputEndsTheDoor) {
