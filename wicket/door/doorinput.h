@@ -4,9 +4,9 @@
 // arrow keys. While the application waits for a key, DoorKeyPressed watches the carrier,
 // the idle limit and the time limit at most once a second and calls the DoorOn... hooks.
 //
-// This module owns the pacing of that wait. A waiting door sleeps on the link's descriptor
-// (in stdio mode, in the console's wait for a key) until a byte arrives or the next once-a-second check
-// falls due, so an idle node costs about one wake-up a second and keys still return at once.
+// This module owns the pacing of that wait. A waiting door sleeps on the link's descriptor (in
+// stdio mode, in the console's wait for a key) until a byte arrives or the next once-a-second
+// check falls due, so an idle node costs about one wake-up a second and keys still return at once.
 #pragma once
 
 #include <cstdint>
