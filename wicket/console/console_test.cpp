@@ -295,10 +295,12 @@ TEST(ConsoleWriteRaw, PassesBytesAndFollowsThem) {
 
 TEST(ConsoleKeys, DecodesCursorAndFunctionKeysToScanCodes) {
   TChildOptions Options;
-  Options.Input =
-      std::string("a\x1b[A\x1b[B\x1b[C\x1b[D\x1bOP\x1b[6~\x7f\x1b[1;5C\x1b[99~\x1b[12;40R\x1b[[Bz\r\0", 47);
-  TChildRun Run = RunConsoleChild(Options, [] { return Keys(22); });
-  EXPECT_EQ(Run.Report, "97 0 72 0 80 0 77 0 75 0 59 0 81 8 0 77 0 60 122 13 0 3 ");
+  Options.Input = std::string(
+      "a\x1b[A\x1b[B\x1b[C\x1b[D\x1bOP\x1b[6~\x1b[1~\x1b[8~\x1b[3~\x1b[16~\x1b[24~\x7f\x1b[1;5C"
+      "\x1b[99~\x1b[12;40R\x1b[[Bz\r\0",
+      69);
+  TChildRun Run = RunConsoleChild(Options, [] { return Keys(30); });
+  EXPECT_EQ(Run.Report, "97 0 72 0 80 0 77 0 75 0 59 0 81 0 71 0 79 0 83 0 134 8 0 77 0 60 122 13 0 3 ");
 }
 
 TEST(ConsoleKeys, LoneEscapeAndAltKey) {
