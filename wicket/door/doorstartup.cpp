@@ -1,14 +1,12 @@
 // Door startup and shutdown: the command line, the choice of mode, the link's opening and
 // closing, and the process's exit hook with the door's own handler in it. This module owns
-// DoorExitProc and its runner, the hang-up and broken-pipe dispositions it sets for the run, and
-// whether this process has already let go of the link.
+// DoorExitProc and its runner, and whether this process has already let go of the link; the
+// signals and the terminal belong to the console, which it takes over first.
 #include "doorstartup.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
