@@ -46,27 +46,12 @@ constexpr uint64_t MAX_CHUNK_SIZE = 0x0FFFFFFF;
 bool IsAsciiLetter(uint8_t AByte) { return (AByte >= 'a' && AByte <= 'z') || (AByte >= 'A' && AByte <= 'Z'); }
 bool IsDigit(uint8_t AByte) { return AByte >= '0' && AByte <= '9'; }
 
-std::string AsciiUpper(std::string AText) {
-  for (char& C : AText) {
-    const uint8_t B = static_cast<uint8_t>(C);
-    if (B >= 'a' && B <= 'z') C = static_cast<char>(B - 32);
-  }
-  return AText;
-}
-
 std::string AsciiLower(std::string AText) {
   for (char& C : AText) {
     const uint8_t B = static_cast<uint8_t>(C);
     if (B >= 'A' && B <= 'Z') C = static_cast<char>(B + 32);
   }
   return AText;
-}
-
-int HexValue(uint8_t AByte) {
-  if (IsDigit(AByte)) return AByte - '0';
-  if (AByte >= 'a' && AByte <= 'f') return AByte - 'a' + 10;
-  if (AByte >= 'A' && AByte <= 'F') return AByte - 'A' + 10;
-  return -1;
 }
 
 // ---- Response reading ----------------------------------------------------------------------
@@ -179,8 +164,8 @@ std::string ReadChunkedBody(TStream& AStream) {
   for (;;) {
     uint64_t Size = 0;
     int Byte;
-    while ((Byte = PeekByte(AStream)) >= 0 && HexValue(static_cast<uint8_t>(Byte)) >= 0) {
-      Size = Size * 16 + static_cast<uint64_t>(HexValue(static_cast<uint8_t>(Byte)));
+    while ((Byte = PeekByte(AStream)) >= 0 && HexDigitValue(static_cast<uint8_t>(Byte)) >= 0) {
+      Size = Size * 16 + static_cast<uint64_t>(HexDigitValue(static_cast<uint8_t>(Byte)));
       AStream.Pos++;
       if (Size > MAX_CHUNK_SIZE)
         Fail("Chunk too big: Got " + std::to_string(Size) +
@@ -691,7 +676,7 @@ std::string ReadHttpResponse(const THttpSource& ASource) {
   // A server that closes before a whole status line has said nothing: an empty feed.
   if (!ReadLine(Stream, Line)) return std::string();
   const size_t Space = Line.find(' ');
-  const std::string Version = AsciiUpper(Line.substr(0, Space));
+  const std::string Version = UpperCaseAscii(Line.substr(0, Space));
   if (!Version.starts_with("HTTP/")) Fail("Invalid protocol version in response: \"" + Version + "\"");
   std::string CodeWord;
   if (Space != std::string::npos) {

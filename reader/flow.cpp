@@ -3,6 +3,7 @@
 #include "flow.h"
 
 #include "fetch.h"
+#include "stringutils/strbasics.h"
 
 std::string ConfigFileFromArgs(int AArgc, const char* const* AArgs) {
   std::string Name = DEFAULT_CONFIG_FILE;
@@ -18,8 +19,7 @@ void ReaderOnCLP(uint8_t AKey, const std::string&) {
 
 TItemCommand ItemCommandForKey(uint8_t AKey, bool AExitOnEnter) {
   if (AExitOnEnter && AKey == '\r') return icQuit;
-  const uint8_t Upper = AKey >= 'a' && AKey <= 'z' ? static_cast<uint8_t>(AKey - 'a' + 'A') : AKey;
-  switch (Upper) {
+  switch (UpperCaseAscii(AKey)) {
     case 'A':
       return icAbout;
     case 'N':

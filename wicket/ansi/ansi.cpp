@@ -42,13 +42,13 @@ std::string AnsiGotoY(uint8_t AY) {
   return Result;
 }
 
-std::string AnsiTextBackground(uint8_t AColour) { return Csi(Decimal(AnsiColours[AColour % 8] + 40) + "m"); }
+std::string AnsiTextBackground(uint8_t AColour) { return Csi(Decimal(ANSI_COLOURS[AColour % 8] + 40) + "m"); }
 
 std::string AnsiTextColour(uint8_t AColour) {
   AColour %= 16;
-  if (AColour >= 8) return Csi("1;" + Decimal(AnsiColours[AColour - 8] + 30) + "m");
+  if (AColour >= 8) return Csi("1;" + Decimal(ANSI_COLOURS[AColour - 8] + 30) + "m");
   // Code 0 resets the background along with everything else, so set it again.
-  return Csi("0;" + Decimal(AnsiColours[AColour] + 30) + "m") +
+  return Csi("0;" + Decimal(ANSI_COLOURS[AColour] + 30) + "m") +
          AnsiTextBackground(static_cast<uint8_t>(GetTextAttr() >> 4));
 }
 

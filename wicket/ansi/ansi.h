@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "console/ansicolours.h"  // AnsiColours, part of this interface
+#include "console/ansicolours.h"  // ANSI_COLOURS, part of this interface
 
 std::string AnsiClrEol();  // ESC "[K"
 std::string AnsiClrScr();  // ESC "[2J" ESC "[1;1f": clear, then home

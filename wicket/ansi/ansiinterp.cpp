@@ -79,11 +79,11 @@ static void SelectGraphicRendition() {
         break;
       default:
         if (P >= 30 && P <= 37) {
-          int32_t C = AnsiColours[P - 30];
+          int32_t C = ANSI_COLOURS[P - 30];
           if ((Attr & 15) > 7) C += 8;
           SetTextColour(static_cast<uint8_t>(C));
         } else if (P >= 40 && P <= 47) {
-          SetTextBackground(static_cast<uint8_t>(AnsiColours[P - 40]));
+          SetTextBackground(static_cast<uint8_t>(ANSI_COLOURS[P - 40]));
         }
     }
   }

@@ -209,10 +209,17 @@ bool CommOutputStalled() { return FSendLost; }
 // connection, or the BBS hung the caller up. A caller whose carrier was dropped only for a
 // stalled send may merely be slow.
 static bool CallerKnownGone() {
-  if ((!FCarrier && !FSendLost) || ConsoleEndSignal() == SIGHUP) return true;
-  pollfd Poll{FCommNumber, POLLRDHUP, 0};
-  return poll(&Poll, 1, 0) != 0 && (Poll.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+  return (!FCarrier && !FSendLost) || ConsoleEndSignal() == SIGHUP || CommPeerGone();
 }
+
+bool CommPeerGone() {
+  pollfd Poll{FCommNumber, POLLRDHUP, 0};
+  // A descriptor that is not open (POLLNVAL) says nothing of the peer; its reads and the
+  // drain's queue query fail by themselves.
+  return poll(&Poll, 1, 0) > 0 && (Poll.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
+void CommAddHangupWatch(std::vector<pollfd>& APoll) { APoll.push_back({FCommNumber, POLLRDHUP, 0}); }
 
 void CommDrainOutput(int32_t ATimeoutMs) {
   const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);

@@ -11,9 +11,12 @@
 // single thread.
 #pragma once
 
+#include <poll.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // Takes over ACommNumber (an open, connected stream socket inherited from the BBS): makes it
 // blocking, keeping its other status flags (sends don't block: each passes MSG_DONTWAIT), then announces
@@ -90,6 +93,13 @@ int32_t CommHandle();
 // returns false at once). A closed peer keeps the socket readable, so once the carrier is
 // lost this returns false at once: a key-wait loop must test CommCarrier() to avoid spinning.
 bool CommWaitForData(int32_t ATimeoutMs);
+
+// True when the peer has shut its side of the connection or the socket has failed, without
+// receiving: typed keys waiting to be read don't count. Never blocks.
+bool CommPeerGone();
+// For a program's own long waits: adds to APoll the socket with POLLRDHUP, so that it turns
+// ready when the peer shuts the connection, never for typed keys. Never read from or close it.
+void CommAddHangupWatch(std::vector<pollfd>& APoll);
 
 // The inbound line-end rule, applied to one received block on its own: three whole-block
 // passes, each replacing every non-overlapping match from left to right, in this order:

@@ -8,4 +8,4 @@
 
 // PC colour 0..7 -> ANSI colour digit. Swaps blue with red and cyan with brown; the table is
 // its own inverse, so it also maps an ANSI digit back to a PC colour.
-inline constexpr int32_t AnsiColours[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+inline constexpr int32_t ANSI_COLOURS[8] = {0, 4, 2, 6, 1, 5, 3, 7};

@@ -20,6 +20,7 @@
 #include <exception>
 #include <string>
 
+#include "ansicolours.h"
 #include "consoleinternal.h"
 
 uint8_t TextAttr = 7;
@@ -50,10 +51,9 @@ static int FRawFd = -1;
 static struct termios FSavedTermios;
 static std::terminate_handler FOldTerminate = nullptr;
 
-static const uint8_t kAnsiDigit[8] = {0, 4, 2, 6, 1, 5, 3, 7};  // PC colour to ANSI colour digit
-static const size_t kOutBufferSize = 1024;
-static const int32_t kMaxScreenSide = 255;  // positions travel as bytes
-static const int kCursorReportWaitMs = 1000;
+static const size_t OUT_BUFFER_SIZE = 1024;
+static const int32_t MAX_SCREEN_SIDE = 255;  // positions travel as bytes
+static const int CURSOR_REPORT_WAIT_MS = 1000;
 
 // ---------------------------------------------------------------------------------------------
 // Descriptor 1
@@ -118,10 +118,10 @@ void ConsoleFlushOutput() { Flush(); }
 
 void ConsoleEmit(std::string_view ABytes) {
   while (!ABytes.empty()) {
-    size_t Room = kOutBufferSize - FOut.size();
+    size_t Room = OUT_BUFFER_SIZE - FOut.size();
     FOut.append(ABytes.substr(0, Room));
     ABytes.remove_prefix(std::min(Room, ABytes.size()));
-    if (FOut.size() >= kOutBufferSize) Flush();
+    if (FOut.size() >= OUT_BUFFER_SIZE) Flush();
   }
 }
 
@@ -282,7 +282,7 @@ static bool AskCursor(int32_t& AX, int32_t& AY) {
   WriteAll("\x1b[6n", 4);
   std::string Got;
   bool Found = false;
-  auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kCursorReportWaitMs);
+  auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(CURSOR_REPORT_WAIT_MS);
   while (!Found) {
     auto Left =
         std::chrono::duration_cast<std::chrono::milliseconds>(Deadline - std::chrono::steady_clock::now());
@@ -339,8 +339,8 @@ void ConsoleInit() {
     struct winsize Size;
     std::memset(&Size, 0, sizeof(Size));
     if (ioctl(1, TIOCGWINSZ, &Size) == 0 && Size.ws_col > 0 && Size.ws_row > 0) {
-      ScreenWidth = std::min<int32_t>(Size.ws_col, kMaxScreenSide);
-      ScreenHeight = std::min<int32_t>(Size.ws_row, kMaxScreenSide);
+      ScreenWidth = std::min<int32_t>(Size.ws_col, MAX_SCREEN_SIDE);
+      ScreenHeight = std::min<int32_t>(Size.ws_row, MAX_SCREEN_SIDE);
     }
   }
   ConsoleBuf = new TCharInfo[static_cast<size_t>(ScreenWidth) * static_cast<size_t>(ScreenHeight)]();
@@ -393,9 +393,9 @@ void ConsoleSyncTermAttr(uint8_t AAttr) {
   if ((AAttr & 0x08) != 0) S += ";1";
   if ((AAttr & 0x80) != 0) S += ";5";
   S += ";3";
-  S += static_cast<char>('0' + kAnsiDigit[AAttr & 7]);
+  S += static_cast<char>('0' + ANSI_COLOURS[AAttr & 7]);
   S += ";4";
-  S += static_cast<char>('0' + kAnsiDigit[(AAttr >> 4) & 7]);
+  S += static_cast<char>('0' + ANSI_COLOURS[(AAttr >> 4) & 7]);
   S += "m";
   ConsoleEmit(S);
   ConsoleCore.TermAttr = AAttr;

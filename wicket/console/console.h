@@ -51,8 +51,11 @@
 // current window; `WindMin*`, `WindMax*` and ConsoleGetCursor() are absolute.
 #pragma once
 
+#include <poll.h>
+
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 // One screen cell.
 struct TCharInfo {
@@ -180,6 +183,19 @@ bool KeyPressed();
 uint8_t ReadKey();
 // True once standard input has ended (keys read before may still be waiting).
 bool ConsoleInputEnded();
+// Waits up to ATimeoutMs (negative: no limit) until KeyPressed() would report true: a key is
+// ready, standard input has ended, or an end was requested (a request wakes the wait at once).
+// Sleeps on descriptor 0 and on the signal pipe, never spins: bytes that make no key yet (the
+// start of an escape sequence) are kept, and a lone ESC becomes its key when its 50 ms are up.
+// Returns KeyPressed().
+bool ConsoleWaitForKey(int32_t ATimeoutMs);
+// True once standard input has ended or its terminal or pipe has hung up, without reading or
+// consuming a key the sysop typed. Never blocks.
+bool ConsoleInputGone();
+// For a program's own long waits: adds to APoll the signal pipe (POLLIN; readable once an end
+// was requested), and with AInput also descriptor 0 with no events, so that only its hang-up
+// or error (POLLHUP, POLLERR) wakes the poll, never a typed key. Never read from or close them.
+void ConsoleAddEndWatch(std::vector<pollfd>& APoll, bool AInput);
 // Run by ReadKey just before it ends the process for the end of input; the door runtime's
 // orderly end for a hang-up. nullptr: nothing.
 extern void (*ConsoleOnInputEnd)();

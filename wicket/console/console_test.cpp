@@ -295,10 +295,12 @@ TEST(ConsoleWriteRaw, PassesBytesAndFollowsThem) {
 
 TEST(ConsoleKeys, DecodesCursorAndFunctionKeysToScanCodes) {
   TChildOptions Options;
-  Options.Input =
-      std::string("a\x1b[A\x1b[B\x1b[C\x1b[D\x1bOP\x1b[6~\x7f\x1b[1;5C\x1b[99~\x1b[12;40R\x1b[[Bz\r\0", 47);
-  TChildRun Run = RunConsoleChild(Options, [] { return Keys(22); });
-  EXPECT_EQ(Run.Report, "97 0 72 0 80 0 77 0 75 0 59 0 81 8 0 77 0 60 122 13 0 3 ");
+  Options.Input = std::string(
+      "a\x1b[A\x1b[B\x1b[C\x1b[D\x1bOP\x1b[6~\x1b[1~\x1b[8~\x1b[3~\x1b[16~\x1b[24~\x7f\x1b[1;5C"
+      "\x1b[99~\x1b[12;40R\x1b[[Bz\r\0",
+      69);
+  TChildRun Run = RunConsoleChild(Options, [] { return Keys(30); });
+  EXPECT_EQ(Run.Report, "97 0 72 0 80 0 77 0 75 0 59 0 81 0 71 0 79 0 83 0 134 8 0 77 0 60 122 13 0 3 ");
 }
 
 TEST(ConsoleKeys, LoneEscapeAndAltKey) {
@@ -315,6 +317,58 @@ TEST(ConsoleKeys, LoneEscapeAndAltKey) {
     return Got + Keys(2);
   });
   EXPECT_EQ(Run.Report, "27 27 120 ");
+}
+
+// The wait of a door's key loop: it wakes for a key (also one typed during the wait, and a lone
+// ESC once its 50 ms are up), for the end of input, and otherwise sleeps out its time; bytes
+// that make no key (an unknown sequence) don't end it. ConsoleInputGone tells an ended input
+// from one that is merely quiet, and consumes no key.
+TEST(ConsoleKeys, WaitForKeyWakesForKeysAndTheEndOnly) {
+  const struct {
+    const char* Name;
+    bool Pty;
+    std::string Input;
+    bool CloseInput;
+    std::string TypedWhileWaiting;
+    int32_t TimeoutMs;
+    std::string Want;
+  } Cases[] = {
+      {"a key already typed", true, "x", false, "", 10000, "key quick 120 here"},
+      {"a key typed during the wait", true, "", false, "k", 10000, "key quick 107 here"},
+      {"a lone escape", true, "\x1b", false, "", 10000, "key quick 27 here"},
+      {"nothing comes", true, "", false, "", 300, "none slept here"},
+      {"an unknown sequence only", true, "\x1b[99~", false, "", 300, "none slept here"},
+      {"input ended, keys first", false, "y", true, "", 10000, "key quick 121 gone"},
+  };
+  for (const auto& Case : Cases) {
+    SCOPED_TRACE(Case.Name);
+    TChildOptions Options = Case.Pty ? TChildOptions() : OnPipes();
+    Options.Input = Case.Input;
+    Options.CloseInput = Case.CloseInput;
+    const std::string Typed = Case.TypedWhileWaiting;
+    Options.OnOutput = [Typed](TChildRun& ARun) {
+      if (!Typed.empty() && ARun.Output.find("waiting") != std::string::npos &&
+          ARun.Output.find("done") == std::string::npos)
+        TestWriteAll(ARun.Master, Typed);
+    };
+    const int32_t TimeoutMs = Case.TimeoutMs;
+    TChildRun Run = RunConsoleChild(Options, [TimeoutMs] {
+      ConsoleInit();
+      Delay(100);  // the pipe's bytes are in, and the pty's after the cursor answer
+      ConsoleWrite("waiting");
+      const auto Start = std::chrono::steady_clock::now();
+      const bool Key = ConsoleWaitForKey(TimeoutMs);
+      const auto Ms =
+          std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - Start);
+      ConsoleWrite("done");
+      std::string Report = Key ? "key " : "none ";
+      Report += Ms.count() < TimeoutMs / 2 ? "quick " : Ms.count() >= TimeoutMs ? "slept " : "early ";
+      if (Key) Report += Keys(1);
+      Report += ConsoleInputGone() ? "gone" : "here";
+      return Report;
+    });
+    EXPECT_EQ(Run.Report, Case.Want);
+  }
 }
 
 // A door whose input has gone ends by itself with exit code 0 instead of waiting for ever: end of

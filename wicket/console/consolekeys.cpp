@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 
 #include "consoleinternal.h"
@@ -21,8 +22,8 @@ static bool FInputEnded = false;
 static bool FUndecided = false;
 static TClock::time_point FUndecidedSince;
 
-static const int kLoneEscapeMs = 50;
-static const size_t kMaxSequence = 32;
+static const int LONE_ESCAPE_MS = 50;
+static const size_t MAX_SEQUENCE = 32;
 static const uint8_t ESC = 0x1B;
 
 void ConsoleKeepInput(std::string_view ABytes) { FIn.append(ABytes); }
@@ -70,76 +71,26 @@ struct TSequence {
 
 // Letter finals of CSI and SS3 forms: cursor keys, Home, End, and F1-F4 (SS3, and CSI with xterm
 // modifiers). CSI "R" is left out: it is also the terminal's cursor report.
+static constexpr struct {
+  char Final;
+  uint8_t Scan;
+} LETTER_SCANS[] = {{'A', 72}, {'B', 80}, {'C', 77}, {'D', 75}, {'H', 71},
+                    {'F', 79}, {'P', 59}, {'Q', 60}, {'R', 61}, {'S', 62}};
+
 static uint8_t LetterScan(char AFinal, bool ACsi) {
-  switch (AFinal) {
-    case 'A':
-      return 72;
-    case 'B':
-      return 80;
-    case 'C':
-      return 77;
-    case 'D':
-      return 75;
-    case 'H':
-      return 71;
-    case 'F':
-      return 79;
-    case 'P':
-      return 59;
-    case 'Q':
-      return 60;
-    case 'R':
-      return ACsi ? 0 : 61;
-    case 'S':
-      return 62;
-    default:
-      return 0;
-  }
+  if (AFinal == 'R' && ACsi) return 0;
+  for (const auto& Entry : LETTER_SCANS)
+    if (Entry.Final == AFinal) return Entry.Scan;
+  return 0;
 }
 
+// The scan code of each CSI number "~" form, by the number; 0: no key. 1 and 7 are Home, 4 and 8
+// End (the two conventions of VT220 and rxvt), 2 Ins, 3 Del, 5 PgUp, 6 PgDn, 11-24 F1-F12.
+static constexpr uint8_t TILDE_SCANS[] = {0,  71, 82, 83, 79, 73, 81, 71, 79, 0, 0,   59, 60,
+                                          61, 62, 63, 0,  64, 65, 66, 67, 68, 0, 133, 134};
+
 static uint8_t TildeScan(int32_t ACode) {
-  switch (ACode) {
-    case 1:
-    case 7:
-      return 71;
-    case 4:
-    case 8:
-      return 79;
-    case 2:
-      return 82;
-    case 3:
-      return 83;
-    case 5:
-      return 73;
-    case 6:
-      return 81;
-    case 11:
-      return 59;
-    case 12:
-      return 60;
-    case 13:
-      return 61;
-    case 14:
-      return 62;
-    case 15:
-      return 63;
-    case 17:
-      return 64;
-    case 18:
-      return 65;
-    case 19:
-      return 66;
-    case 20:
-      return 67;
-    case 21:
-      return 68;
-    case 23:
-      return 133;
-    case 24:
-      return 134;
-    default:
-      return 0;
-  }
+  return ACode >= 0 && static_cast<size_t>(ACode) < std::size(TILDE_SCANS) ? TILDE_SCANS[ACode] : 0;
 }
 
 static TSequence KeyOrDrop(uint8_t AScan, size_t ALength) {
@@ -164,7 +115,7 @@ static TSequence MatchEscape(const std::string& AIn) {
   while (I < AIn.size() && AIn[I] >= 0x30 && AIn[I] <= 0x3F) ++I;
   while (I < AIn.size() && AIn[I] >= 0x20 && AIn[I] <= 0x2F) ++I;
   if (I >= AIn.size()) {
-    if (AIn.size() >= kMaxSequence) return {TMatch::Drop, AIn.size()};
+    if (AIn.size() >= MAX_SEQUENCE) return {TMatch::Drop, AIn.size()};
     return {TMatch::NeedMore};
   }
   char Final = AIn[I];
@@ -203,7 +154,7 @@ static void Decode(bool AFinal) {
       ++Pos;
       continue;
     }
-    TSequence Seq = MatchEscape(FIn.substr(Pos, kMaxSequence));
+    TSequence Seq = MatchEscape(FIn.substr(Pos, MAX_SEQUENCE));
     if (Seq.Kind == TMatch::NeedMore) {
       if (!AFinal) break;
       Seq = {TMatch::LoneEscape, 1};
@@ -225,7 +176,7 @@ static int MsSinceUndecided() {
 }
 
 static void DecodeNow() {
-  Decode(FInputEnded || (FUndecided && MsSinceUndecided() >= kLoneEscapeMs));
+  Decode(FInputEnded || (FUndecided && MsSinceUndecided() >= LONE_ESCAPE_MS));
   if (FIn.empty()) {
     FUndecided = false;
   } else if (!FUndecided) {
@@ -240,6 +191,38 @@ bool KeyPressed() {
   ReadInput(0);
   DecodeNow();
   return !FKeys.empty() || NoMoreInput();
+}
+
+bool ConsoleWaitForKey(int32_t ATimeoutMs) {
+  ConsoleInit();
+  ConsoleFlushOutput();
+  const auto Deadline = TClock::now() + std::chrono::milliseconds(std::max(ATimeoutMs, 0));
+  for (;;) {
+    if (KeyPressed()) return true;
+    int Wait = -1;
+    if (ATimeoutMs >= 0) {
+      // Rounded up, so that the wait never ends just short of its deadline and goes round again.
+      Wait = static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(Deadline - TClock::now()).count());
+      if (Wait <= 0) return false;
+    }
+    // An unfinished sequence becomes its keys when its time is up, with no further byte.
+    if (FUndecided) {
+      const int Escape = std::max(0, LONE_ESCAPE_MS - MsSinceUndecided()) + 1;
+      Wait = Wait < 0 ? Escape : std::min(Wait, Escape);
+    }
+    ReadInput(Wait);
+  }
+}
+
+bool ConsoleInputGone() {
+  if (ConsoleInputEnded()) return true;
+  pollfd Poll{STDIN_FILENO, 0, 0};
+  return poll(&Poll, 1, 0) > 0 && (Poll.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+void ConsoleAddEndWatch(std::vector<pollfd>& APoll, bool AInput) {
+  if (ConsoleSignalFd() >= 0) APoll.push_back({ConsoleSignalFd(), POLLIN, 0});
+  if (AInput) APoll.push_back({STDIN_FILENO, 0, 0});
 }
 
 uint8_t ReadKey() {
@@ -258,7 +241,7 @@ uint8_t ReadKey() {
       ConsoleDone();
       std::exit(0);
     }
-    int Timeout = FUndecided ? std::max(0, kLoneEscapeMs - MsSinceUndecided()) + 1 : -1;
+    int Timeout = FUndecided ? std::max(0, LONE_ESCAPE_MS - MsSinceUndecided()) + 1 : -1;
     ReadInput(Timeout);
   }
 }

@@ -4,20 +4,19 @@
 // attribute the stream's colour codes have built, and the stream's saved cursor.
 #include <algorithm>
 
+#include "ansicolours.h"
 #include "consoleinternal.h"
 
 enum class TStreamState { Ground, Escape, EscapeIntermediate, Csi };
 
 static TStreamState FState = TStreamState::Ground;
-static const int kMaxParams = 16;
-static int32_t FParams[kMaxParams];
+static const int MAX_PARAMS = 16;
+static int32_t FParams[MAX_PARAMS];
 static int FParamCount = 0;    // parameters begun so far
 static bool FPrivate = false;  // "<", "=", ">" or "?" seen: a private sequence, not for us
 static bool FIntermediate = false;
 static uint8_t FStreamAttr = 7;
 static TConsoleCursor FSaved;
-
-static const uint8_t kPcColour[8] = {0, 4, 2, 6, 1, 5, 3, 7};  // ANSI colour digit to PC colour
 
 static TConsoleCursor& Cur() { return ConsoleCore.Cur; }
 
@@ -98,17 +97,17 @@ static void SelectGraphicRendition() {
     } else if (P == 25) {
       A &= 0x7F;
     } else if (P >= 30 && P <= 37) {
-      A = static_cast<uint8_t>((A & 0xF8) | kPcColour[P - 30]);
+      A = static_cast<uint8_t>((A & 0xF8) | ANSI_COLOURS[P - 30]);
     } else if (P == 39) {
       A = static_cast<uint8_t>((A & 0xF8) | 7);
     } else if (P >= 40 && P <= 47) {
-      A = static_cast<uint8_t>((A & 0x8F) | (kPcColour[P - 40] << 4));
+      A = static_cast<uint8_t>((A & 0x8F) | (ANSI_COLOURS[P - 40] << 4));
     } else if (P == 49) {
       A &= 0x8F;
     } else if (P >= 90 && P <= 97) {
-      A = static_cast<uint8_t>((A & 0xF0) | 0x08 | kPcColour[P - 90]);
+      A = static_cast<uint8_t>((A & 0xF0) | 0x08 | ANSI_COLOURS[P - 90]);
     } else if (P >= 100 && P <= 107) {
-      A = static_cast<uint8_t>((A & 0x8F) | (kPcColour[P - 100] << 4));
+      A = static_cast<uint8_t>((A & 0x8F) | (ANSI_COLOURS[P - 100] << 4));
     } else if (P == 38 || P == 48) {
       return;  // extended colours: the rest are their arguments
     }
@@ -258,7 +257,7 @@ static void Feed(uint8_t AByte) {
         P = std::min(P * 10 + (AByte - '0'), 99999);
       } else if (AByte == ';' || AByte == ':') {
         if (FParamCount == 0) FParams[FParamCount++] = 0;
-        if (FParamCount < kMaxParams) FParams[FParamCount++] = 0;
+        if (FParamCount < MAX_PARAMS) FParams[FParamCount++] = 0;
       } else if (AByte >= 0x3C && AByte <= 0x3F) {
         FPrivate = true;
       } else if (AByte >= 0x20 && AByte <= 0x2F) {

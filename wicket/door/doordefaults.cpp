@@ -19,10 +19,10 @@
 
 namespace {
 
-constexpr uint8_t FStatusRow = 25;
+constexpr uint8_t STATUS_ROW = 25;
 
 // The letters of DOOR_INPUT_CHARS_ALPHA and a blank: a name may have several words.
-const std::string FLoginNameCharacters = "qwertyuiopasdfghjklzxcvbnmQWERTYUIOPASDFGHJKLZXCVBNM ";
+const std::string LOGIN_NAME_CHARACTERS = "qwertyuiopasdfghjklzxcvbnmQWERTYUIOPASDFGHJKLZXCVBNM ";
 
 // The two stops that speak to the caller over whatever link the run has.
 [[noreturn]] void StopWithMessageToCaller(const std::string& AMessage, const std::string& AReason) {
@@ -41,6 +41,19 @@ std::string PadRight(std::string AText, size_t AWidth) {
 }
 
 }  // namespace
+
+// The hook variables with their start values: each empty one, or the default handler of this
+// module that stands in it until the application replaces it.
+TDoorCLPProc DoorOnCLP = nullptr;
+TDoorProc DoorOnHangup = DefaultOnHangup;
+TDoorProc DoorOnLocalLogin = DefaultOnLocalLogin;
+TDoorProc DoorOnStatusBar = DefaultOnStatusBar;
+TDoorSysopKeyFunc DoorOnSysopKey = nullptr;
+TDoorProc DoorOnTimeOut = DefaultOnTimeOut;
+TDoorWarningProc DoorOnTimeOutWarning = nullptr;
+TDoorProc DoorOnTimeUp = DefaultOnTimeUp;
+TDoorWarningProc DoorOnTimeUpWarning = nullptr;
+TDoorProc DoorOnUsage = DefaultOnUsage;
 
 void DefaultOnHangup() {
   DoorLogEnd("caller hung up");
@@ -67,7 +80,7 @@ void DefaultOnLocalLogin() {
   std::string Name;
   do {
     DoorWrite("  |0AName or handle |0F:|07 ");
-    Name = DoorInput("SYSOP", FLoginNameCharacters, 0, 40, 40, 31);
+    Name = DoorInput("SYSOP", LOGIN_NAME_CHARACTERS, 0, 40, 40, 31);
   } while (Name.empty());
   DoorDropInfo.RealName = Name;
   DoorDropInfo.Alias = Name;
@@ -76,11 +89,11 @@ void DefaultOnLocalLogin() {
 void DefaultOnStatusBar() {
   std::string Frame(80, ' ');
   for (size_t Column : {1, 29, 49, 63, 80}) Frame[Column - 1] = '\xFE';
-  FastWrite(Frame, 1, FStatusRow, 0x1E);
-  FastWrite(PadRight(DoorDropInfo.RealName, 22), 3, FStatusRow, 0x1F);
-  FastWrite(DoorProgramNameAndVersion, 31, FStatusRow, 0x1F);
-  FastWrite(PadRight("Idle: " + SecToMS(DoorSecondsIdle()), 11), 51, FStatusRow, 0x1F);
-  FastWrite("Left: " + SecToHMS(DoorSecondsLeft()), 65, FStatusRow, 0x1F);
+  FastWrite(Frame, 1, STATUS_ROW, 0x1E);
+  FastWrite(PadRight(DoorDropInfo.RealName, 22), 3, STATUS_ROW, 0x1F);
+  FastWrite(DoorProgramNameAndVersion, 31, STATUS_ROW, 0x1F);
+  FastWrite(PadRight("Idle: " + SecToMS(DoorSecondsIdle()), 11), 51, STATUS_ROW, 0x1F);
+  FastWrite("Left: " + SecToHMS(DoorSecondsLeft()), 65, STATUS_ROW, 0x1F);
 }
 
 void DefaultOnTimeOut() {

@@ -15,23 +15,23 @@
 
 namespace {
 
-const std::string kEsc = "\x1b";
+const std::string ESC = "\x1b";
 // Attribute 7 as the sequence builders send it after any other attribute.
-const std::string kTo7 = "\x1b[0;37m\x1b[40m\x1b[40m";
+const std::string TO_7 = "\x1b[0;37m\x1b[40m\x1b[40m";
 
-const TDoorRunOptions kOnLink{.OnLink = true};
+const TDoorRunOptions ON_LINK{.OnLink = true};
 
 // The login screen up to the first prompt's field, for node 0, from attribute 7; the prompt;
 // the name field: attribute 0x1F, "SYSOP" and 35 blanks, back behind the text.
-const std::string kLoginScreen = kTo7 + kEsc + "[2J" + kEsc + "[1;1f" + "\r\n\r\n" + "  " + kEsc + "[1;37m" +
-                                 kEsc + "[44m" + "  LOCAL LOGIN - FOR NODE 0" + kTo7 + "\r\n\r\n\r\n" + "  " +
-                                 kEsc + "[1;34m" + kEsc + "[40m" +
-                                 "Run doordefaults_test /? for command-line usage help" + kTo7 + "\r\n\r\n";
-const std::string kPrompt = "  " + kEsc + "[1;32m" + kEsc + "[40m" + "Name or handle " + kEsc + "[1;37m" +
-                            kEsc + "[40m" + ":" + kTo7 + " ";
-const std::string kField = kEsc + "[1;37m" + kEsc + "[44m" + "SYSOP" + std::string(35, ' ') + kEsc + "[35D";
-const std::string kFieldEnd = kTo7 + "\r\n";  // attribute 7 again, next line
-const std::string kEmptied = kEsc + "[5D" + std::string(40, ' ') + kEsc + "[40D";  // Ctrl-Y
+const std::string LOGIN_SCREEN = TO_7 + ESC + "[2J" + ESC + "[1;1f" + "\r\n\r\n" + "  " + ESC + "[1;37m" +
+                                 ESC + "[44m" + "  LOCAL LOGIN - FOR NODE 0" + TO_7 + "\r\n\r\n\r\n" + "  " +
+                                 ESC + "[1;34m" + ESC + "[40m" +
+                                 "Run doordefaults_test /? for command-line usage help" + TO_7 + "\r\n\r\n";
+const std::string PROMPT = "  " + ESC + "[1;32m" + ESC + "[40m" + "Name or handle " + ESC + "[1;37m" + ESC +
+                           "[40m" + ":" + TO_7 + " ";
+const std::string FIELD = ESC + "[1;37m" + ESC + "[44m" + "SYSOP" + std::string(35, ' ') + ESC + "[35D";
+const std::string FIELD_END = TO_7 + "\r\n";  // attribute 7 again, next line
+const std::string EMPTIED = ESC + "[5D" + std::string(40, ' ') + ESC + "[40D";  // Ctrl-Y
 
 TEST(DefaultOnLocalLogin, AsksUntilANameIsGivenAndTakesOnlyLettersAndBlanks) {
   const struct {
@@ -39,8 +39,8 @@ TEST(DefaultOnLocalLogin, AsksUntilANameIsGivenAndTakesOnlyLettersAndBlanks) {
   } Cases[] = {
       {"\x19\r\x19"
        "Ann Lee\r",
-       "Ann Lee", kField + kEmptied + kFieldEnd + kPrompt + kField + kEmptied + "Ann Lee" + kFieldEnd},
-      {"1_\x1b", "SYSOP", kField + kFieldEnd},  // ESC keeps SYSOP
+       "Ann Lee", FIELD + EMPTIED + FIELD_END + PROMPT + FIELD + EMPTIED + "Ann Lee" + FIELD_END},
+      {"1_\x1b", "SYSOP", FIELD + FIELD_END},  // ESC keeps SYSOP
   };
   for (const auto& Case : Cases) {
     TDoorRun Door(
@@ -48,16 +48,16 @@ TEST(DefaultOnLocalLogin, AsksUntilANameIsGivenAndTakesOnlyLettersAndBlanks) {
           DefaultOnLocalLogin();
           DoorReport(DoorDropInfo.RealName + "/" + DoorDropInfo.Alias);
         },
-        kOnLink);
+        ON_LINK);
     Send(Door.Caller, Case.Keys);
     EXPECT_EQ(FinishDoor(Door), 0);
     EXPECT_EQ(Door.Report, Case.Name + "/" + Case.Name);
-    EXPECT_EQ(Door.Heard, kLoginScreen + kPrompt + Case.Caller);
+    EXPECT_EQ(Door.Heard, LOGIN_SCREEN + PROMPT + Case.Caller);
   }
 }
 
 TEST(DefaultStops, SayTheirWordsWaitAndEndWithCodeZero) {
-  const std::string Bright = kEsc + "[1;37m" + kEsc + "[40m" + kEsc + "[2J" + kEsc + "[1;1f\r\n";
+  const std::string Bright = ESC + "[1;37m" + ESC + "[40m" + ESC + "[2J" + ESC + "[1;1f\r\n";
   const struct {
     const char* What;
     void (*Handler)();
@@ -83,7 +83,7 @@ TEST(DefaultStops, SayTheirWordsWaitAndEndWithCodeZero) {
           DoorDropInfo.Node = 2;
           Case.Handler();
         },
-        kOnLink);
+        ON_LINK);
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Heard, Case.Caller) << Case.What;
     EXPECT_EQ(Door.Console, Case.Console) << Case.What;
@@ -115,7 +115,7 @@ TEST(DefaultOnStatusBar, DrawsRow25OfTheLocalConsoleOnly) {
           DoorReport(Row + (Before.X == After.X && Before.Y == After.Y ? "|still" : "|moved"));
         }
       },
-      kOnLink);
+      ON_LINK);
   EXPECT_EQ(FinishDoor(Door), 0);
   const std::string Attrs =
       "EEFFFFFFFFFFFFFFFFFFFFFFEEEEEEFFFFFFFFFFFFFFFFEEEEFFFFFFFFFFFEEEFFFFFFFFFFFFFFE?";

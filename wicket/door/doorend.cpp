@@ -1,6 +1,5 @@
-// The orderly end for a hang-up or an end request, the checks a slow write runs, and the one
-// system-log line of a run that ends against the program's will. This module owns whether that
-// line has been written.
+// The orderly end for a hang-up or an end request, and the one system-log line of a run that
+// ends against the program's will. This module owns whether that line has been written.
 #include "doorend.h"
 
 #include <syslog.h>
@@ -13,48 +12,40 @@
 
 #include "comm/comm.h"
 #include "console/console.h"
-#include "doorinput.h"
 #include "doorstate.h"
 
 namespace {
 
 bool FEndLogged = false;
-double FLastWriteCheck = 0;
+
+// The reason logged for each signal that asks the run to end.
+constexpr struct {
+  int Signal;
+  const char* Reason;
+} SIGNAL_REASONS[] = {
+    {SIGHUP, "hang-up (SIGHUP)"},
+    {SIGTERM, "ended by SIGTERM"},
+    {SIGINT, "ended by SIGINT"},
+};
 
 std::string EndReason() {
-  switch (ConsoleEndSignal()) {
-    case SIGHUP:
-      return "hang-up (SIGHUP)";
-    case SIGTERM:
-      return "ended by SIGTERM";
-    case SIGINT:
-      return "ended by SIGINT";
-    default:
-      break;
-  }
+  for (const auto& Entry : SIGNAL_REASONS)
+    if (Entry.Signal == ConsoleEndSignal()) return Entry.Reason;
   if (!StdIO && CommOutputStalled()) return "caller stopped reading (output stalled), carrier dropped";
   return "caller hung up";
-}
-
-bool PollSaysGone(int AFd, short AEvents, short AGone) {
-  pollfd Poll{AFd, AEvents, 0};
-  return AFd >= 0 && poll(&Poll, 1, 0) > 0 && (Poll.revents & AGone) != 0;
 }
 
 }  // namespace
 
 void DoorAddHangupWatch(std::vector<pollfd>& APoll) {
-  if (ConsoleSignalFd() >= 0) APoll.push_back({ConsoleSignalFd(), POLLIN, 0});
-  if (StdIO)
-    APoll.push_back({STDIN_FILENO, 0, 0});
-  else
-    APoll.push_back({CommHandle(), POLLRDHUP, 0});
+  ConsoleAddEndWatch(APoll, StdIO);
+  if (!StdIO) CommAddHangupWatch(APoll);
 }
 
 bool DoorHangupPending() {
   if (ConsoleEndSignal() != 0) return true;
-  if (StdIO) return ConsoleInputEnded() || PollSaysGone(STDIN_FILENO, 0, POLLHUP | POLLERR);
-  return !CommCarrier() || PollSaysGone(CommHandle(), POLLRDHUP, POLLRDHUP | POLLHUP | POLLERR);
+  if (StdIO) return ConsoleInputGone();
+  return !CommCarrier() || CommPeerGone();
 }
 
 void DoorEndForHangup() {
@@ -88,16 +79,4 @@ uint16_t DoorStopPauseMs() {
     return *End == '\0' && Ms >= 0 && Ms <= 65535 ? static_cast<uint16_t>(Ms) : uint16_t{2500};
   }();
   return Pause;
-}
-
-void DoorWriteWaitChecks() {
-  if (ConsoleEndSignal() != 0 || !DoorCarrier()) {
-    DoorEndForHangup();
-    return;
-  }
-  if (!DoorSession.Events || DoorSecondsBetween(DoorNow(), FLastWriteCheck) < 1) return;
-  FLastWriteCheck = DoorNow();
-  if (DoorSession.DoIdleCheck && DoorSecondsIdle() > DoorSession.MaxIdle && DoorOnTimeOut != nullptr)
-    DoorOnTimeOut();
-  if (DoorSecondsLeft() < 1 && DoorOnTimeUp != nullptr) DoorOnTimeUp();
 }

@@ -33,9 +33,3 @@ void DoorLogEnd(const std::string& AReason);
 // time-up handlers, the start-up failures): WICKET_STOP_PAUSE_MS from the environment, read once,
 // 2500 ms when it is not set. Tests turn it down.
 uint16_t DoorStopPauseMs();
-
-// The checks that run while a send waits for a slow caller (the comm link's CommOnWriteWait,
-// set by DoorStartup): a hang-up or an end request ends the run as DoorEndForHangup does, and
-// on a socket link the idle and time limits call DoorOnTimeOut and DoorOnTimeUp, at most once
-// a second. Warnings are not given from here: they would land in the middle of the text.
-void DoorWriteWaitChecks();

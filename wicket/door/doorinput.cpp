@@ -2,13 +2,10 @@
 // once-a-second watch over carrier, idle time and time left. This module owns the pacing of
 // the key wait and the counts of the last watch pass that keep warnings on their exact second.
 //
-// The wait never spins: while no key is there the thread sleeps on the link's descriptor (or
-// standard input) with a time-out that ends on the millisecond the next check is due. A key
-// wakes it at once; a quiet node wakes about once a second, for the check.
+// The wait never spins: while no key is there the thread sleeps on the link's descriptor (or,
+// through the console, on standard input) with a time-out that ends on the millisecond the next
+// check is due. A key wakes it at once; a quiet node wakes about once a second, for the check.
 #include "doorinput.h"
-
-#include <poll.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <climits>
@@ -19,49 +16,44 @@
 #include "console/console.h"
 #include "doorend.h"
 #include "doorstate.h"
+#include "stringutils/strbasics.h"
 
 namespace {
 
-constexpr double FSecondInDays = 1.0 / 86400.0;
-constexpr double FHalfMillisecondInDays = 0.0005 / 86400.0;
-constexpr double FMillisecondsPerDay = 86400000.0;
+constexpr double SECOND_IN_DAYS = 1.0 / 86400.0;
+constexpr double HALF_MILLISECOND_IN_DAYS = 0.0005 / 86400.0;
+constexpr double MILLISECONDS_PER_DAY = 86400000.0;
 
 // Longest single sleep of the key wait: a clock stepped by the system, or a test clock, can
 // never leave the wait blind for more than this.
-constexpr int32_t FMaxWaitMs = 1000;
+constexpr int32_t MAX_WAIT_MS = 1000;
 // A step of a count within this much after the check falls due is waited for (see
 // DoorMillisecondsToNextCheck); further away, the check runs when due.
-constexpr double FStepNudgeDays = 2.0 / FMillisecondsPerDay;
+constexpr double STEP_NUDGE_DAYS = 2.0 / MILLISECONDS_PER_DAY;
 // How long DoorReadKey waits for each further byte of an escape sequence: ten tries of 50 ms.
-constexpr int32_t FEscapeWaitMs = 500;
+constexpr int32_t ESCAPE_WAIT_MS = 500;
 
-// Longest single sleep on standard input: the console's own wait for the rest of an escape
-// sequence, so that a key the console completes without a new byte is not held up.
-constexpr int32_t FConsoleWaitMs = 50;
-
-constexpr uint8_t FEsc = 0x1B;
+constexpr uint8_t ESC = 0x1B;
+// The keys of a remote terminal's ESC "[" A, B, C, D: the local up, down, right and left.
+constexpr uint8_t ARROW_KEYS[4] = {0x48, 0x50, 0x4D, 0x4B};
 
 // The whole seconds since DoorSession.TimeOn and since DoorLastKey.Time that the last watch
 // pass read for its warnings; -1 when not read yet. Only the scheduling of the wait uses them.
 int64_t FLastPassLeftCount = -1;
 int64_t FLastPassIdleCount = -1;
 bool FEndRequestSeen = false;
+// When the checks of a slow write last ran.
+double FLastWriteCheck = 0;
 
 int64_t WholeSeconds(double AFirst, double ASecond) {
-  const double Seconds = (std::fabs(AFirst - ASecond) + FHalfMillisecondInDays) * 86400.0;
+  const double Seconds = (std::fabs(AFirst - ASecond) + HALF_MILLISECOND_IN_DAYS) * 86400.0;
   // A date-time out of all range (or not a number) reads as "very long ago", never as a
   // wrapped, negative count that would look like time still to come.
   return Seconds < 9.0e18 ? static_cast<int64_t>(Seconds) : INT64_MAX;
 }
 
-int32_t Saturate(int64_t AValue) {
-  if (AValue > INT32_MAX) return INT32_MAX;
-  if (AValue < INT32_MIN) return INT32_MIN;
-  return static_cast<int32_t>(AValue);
-}
-
 int32_t SecondsLeftFromCount(int64_t ACountOn) {
-  return Saturate(static_cast<int64_t>(DoorDropInfo.MaxSeconds) - ACountOn);
+  return SaturateToInt32(static_cast<int64_t>(DoorDropInfo.MaxSeconds) - ACountOn);
 }
 
 void CallWarning(TDoorWarningProc AHook, int32_t ARemaining) {
@@ -90,7 +82,7 @@ void DoorDoEvents() {
     const double Now = DoorNow();
     const int64_t IdleCount = WholeSeconds(Now, DoorLastKey.Time);
     FLastPassIdleCount = IdleCount;
-    CallWarning(DoorOnTimeOutWarning, Saturate(static_cast<int64_t>(DoorSession.MaxIdle) - IdleCount));
+    CallWarning(DoorOnTimeOutWarning, SaturateToInt32(static_cast<int64_t>(DoorSession.MaxIdle) - IdleCount));
   }
 
   if (DoorSecondsLeft() < 1 && DoorOnTimeUp != nullptr) DoorOnTimeUp();
@@ -130,22 +122,12 @@ void WaitOnLink(int32_t AMs) {
     CommWaitForData(AMs);
 }
 
-// Standard input in stdio mode, while the watch is on. The console may hold a key that needs no
-// further byte (a lone ESC becomes a key 50 ms after it came), so one sleep on the descriptor
-// lasts at most that long; input that the console takes without making a key of it (part of
-// a sequence) gets a plain sleep, so that the wait can't spin on it.
-void WaitOnConsole(int32_t AMs) {
-  const int32_t Ms = AMs < FConsoleWaitMs ? AMs : FConsoleWaitMs;
-  pollfd Poll{STDIN_FILENO, POLLIN, 0};
-  if (poll(&Poll, 1, Ms) > 0 && !KeyPressed()) SleepMilliseconds(Ms);
-}
-
 // Step 2 of a key read: until a key can be read, sleep on the input, waking for each check.
 void WaitForKey() {
   while (!DoorKeyPressed()) {
     const int32_t Ms = DoorMillisecondsToNextCheck();
     if (StdIO)
-      WaitOnConsole(Ms);
+      ConsoleWaitForKey(Ms);
     else
       WaitOnLink(Ms);
   }
@@ -154,7 +136,7 @@ void WaitForKey() {
 // The wait for the next byte of an escape sequence: true as soon as one is there, false when
 // none has come within the ten tries of 50 ms. The watch does not run during this wait.
 bool WaitForLinkByte() {
-  const auto Deadline = TSteadyClock::now() + std::chrono::milliseconds(FEscapeWaitMs);
+  const auto Deadline = TSteadyClock::now() + std::chrono::milliseconds(ESCAPE_WAIT_MS);
   for (;;) {
     if (CommCharAvail()) return true;
     const int32_t Left = MillisecondsUntil(Deadline);
@@ -182,7 +164,7 @@ TDoorKeyStep ReadLinkKey() {
 // Milliseconds from ANow until the whole seconds since ARef first exceed ACount, as a date-time
 // difference; negative when ARef lies ahead (the count then runs down, not up).
 double StepTime(double ARef, int64_t ACount) {
-  return ARef + static_cast<double>(ACount + 1) * FSecondInDays - FHalfMillisecondInDays;
+  return ARef + static_cast<double>(ACount + 1) * SECOND_IN_DAYS - HALF_MILLISECOND_IN_DAYS;
 }
 
 // Moves AWake to the next step of the count since ARef when the count at ADue would repeat
@@ -192,12 +174,14 @@ void NudgePastRepeat(double& AWake, double ADue, double ARef, int64_t ALastCount
   const int64_t CountAtDue = WholeSeconds(ADue, ARef);
   if (CountAtDue != ALastCount) return;
   const double Step = StepTime(ARef, CountAtDue);
-  if (Step > AWake && Step - ADue <= FStepNudgeDays) AWake = Step;
+  if (Step > AWake && Step - ADue <= STEP_NUDGE_DAYS) AWake = Step;
 }
 
 }  // namespace
 
-int32_t DoorSecondsBetween(double AFirst, double ASecond) { return Saturate(WholeSeconds(AFirst, ASecond)); }
+int32_t DoorSecondsBetween(double AFirst, double ASecond) {
+  return SaturateToInt32(WholeSeconds(AFirst, ASecond));
+}
 
 int32_t DoorSecondsIdle() { return DoorSecondsBetween(DoorNow(), DoorLastKey.Time); }
 
@@ -205,13 +189,25 @@ int32_t DoorSecondsLeft() { return SecondsLeftFromCount(WholeSeconds(DoorNow(), 
 
 bool DoorCarrier() { return StdIO || CommCarrier(); }
 
+void DoorWriteWaitChecks() {
+  if (ConsoleEndSignal() != 0 || !DoorCarrier()) {
+    DoorEndForHangup();
+    return;
+  }
+  if (!DoorSession.Events || DoorSecondsBetween(DoorNow(), FLastWriteCheck) < 1) return;
+  FLastWriteCheck = DoorNow();
+  if (DoorSession.DoIdleCheck && DoorSecondsIdle() > DoorSession.MaxIdle && DoorOnTimeOut != nullptr)
+    DoorOnTimeOut();
+  if (DoorSecondsLeft() < 1 && DoorOnTimeUp != nullptr) DoorOnTimeUp();
+}
+
 bool DoorKeyPressed() {
   DoorDoEvents();
   return StdIO ? KeyPressed() : CommCharAvail();
 }
 
 int32_t DoorMillisecondsToNextCheck() {
-  if (!DoorSession.Events) return FMaxWaitMs;
+  if (!DoorSession.Events) return MAX_WAIT_MS;
   const double Now = DoorNow();
   if (WholeSeconds(Now, DoorSession.EventsTime) >= 1) return 1;
   // Less than a second from EventsTime (either way): due once a whole second has passed it.
@@ -219,9 +215,9 @@ int32_t DoorMillisecondsToNextCheck() {
   double Wake = Due;
   NudgePastRepeat(Wake, Due, DoorSession.TimeOn, FLastPassLeftCount);
   if (DoorSession.DoIdleCheck) NudgePastRepeat(Wake, Due, DoorLastKey.Time, FLastPassIdleCount);
-  const double Ms = std::ceil((Wake - Now) * FMillisecondsPerDay);
+  const double Ms = std::ceil((Wake - Now) * MILLISECONDS_PER_DAY);
   if (!(Ms >= 1)) return 1;
-  if (Ms > FMaxWaitMs) return FMaxWaitMs;
+  if (Ms > MAX_WAIT_MS) return MAX_WAIT_MS;
   return static_cast<int32_t>(Ms);
 }
 
@@ -256,7 +252,7 @@ TDoorKeyStep DoorKeyDecodeByte(TDoorEscapeState& AState, uint8_t AByte) {
   TDoorKeyStep Step;
   switch (AState) {
     case esNone:
-      if (AByte == FEsc) {
+      if (AByte == ESC) {
         AState = esEscape;
       } else {
         Step.HasKey = true;
@@ -269,28 +265,13 @@ TDoorKeyStep DoorKeyDecodeByte(TDoorEscapeState& AState, uint8_t AByte) {
       } else {
         AState = esNone;
         Step.HasKey = true;
-        Step.Ch = FEsc;
+        Step.Ch = ESC;
         Step.Consumed = false;
       }
       break;
     case esBracket:
       AState = esNone;
-      switch (AByte) {
-        case 'A':
-          Step.Ch = 0x48;
-          break;
-        case 'B':
-          Step.Ch = 0x50;
-          break;
-        case 'C':
-          Step.Ch = 0x4D;
-          break;
-        case 'D':
-          Step.Ch = 0x4B;
-          break;
-        default:
-          break;
-      }
+      if (AByte >= 'A' && AByte <= 'D') Step.Ch = ARROW_KEYS[AByte - 'A'];
       Step.HasKey = Step.Ch != 0;
       Step.Extended = Step.HasKey;
       break;
@@ -302,7 +283,7 @@ TDoorKeyStep DoorKeyDecodeTimeout(TDoorEscapeState& AState) {
   TDoorKeyStep Step;
   if (AState == esEscape) {
     Step.HasKey = true;
-    Step.Ch = FEsc;
+    Step.Ch = ESC;
   }
   AState = esNone;
   return Step;

@@ -4,9 +4,9 @@
 // arrow keys. While the application waits for a key, DoorKeyPressed watches the carrier,
 // the idle limit and the time limit at most once a second and calls the DoorOn... hooks.
 //
-// This module owns the pacing of that wait. A waiting door sleeps on the link's descriptor
-// (or on standard input in stdio mode) until a byte arrives or the next once-a-second check
-// falls due, so an idle node costs about one wake-up a second and keys still return at once.
+// This module owns the pacing of that wait. A waiting door sleeps on the link's descriptor (in
+// stdio mode, in the console's wait for a key) until a byte arrives or the next once-a-second
+// check falls due, so an idle node costs about one wake-up a second and keys still return at once.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +28,12 @@ int32_t DoorSecondsIdle();
 int32_t DoorSecondsLeft();
 // True in stdio mode; on a socket link, false once the link has seen the caller go.
 bool DoorCarrier();
+
+// The checks that run while a send waits for a slow caller (the comm link's CommOnWriteWait,
+// set by DoorStartup): a hang-up or an end request ends the run as DoorEndForHangup (doorend.h) does, and
+// on a socket link the idle and time limits call DoorOnTimeOut and DoorOnTimeUp, at most once
+// a second. Warnings are not given from here: they would land in the middle of the text.
+void DoorWriteWaitChecks();
 
 // Whole seconds between two door date-times, in either order: the difference in days plus
 // half a millisecond, times 86400, truncated. Saturates at the 32-bit maximum, so that a

@@ -19,8 +19,8 @@
 
 namespace {
 
-constexpr double kMsInDays = 1.0 / 86400000.0;
-const TDoorRunOptions kOnLink{.OnLink = true};
+constexpr double MS_IN_DAYS = 1.0 / 86400000.0;
+const TDoorRunOptions ON_LINK{.OnLink = true};
 
 void Sleep(int AMs) { std::this_thread::sleep_for(std::chrono::milliseconds(AMs)); }
 
@@ -60,7 +60,7 @@ TEST(DoorSecondsBetween, CountsWholeSecondsEitherWayAndSaturates) {
   const double Base = 45000.5;
   for (const auto& [DeltaMs, Seconds] :
        {std::pair{999, 0}, {1000, 1}, {-1000, 1}, {1999, 1}, {-3600000, 3600}})
-    EXPECT_EQ(DoorSecondsBetween(Base + DeltaMs * kMsInDays, Base), Seconds) << DeltaMs;
+    EXPECT_EQ(DoorSecondsBetween(Base + DeltaMs * MS_IN_DAYS, Base), Seconds) << DeltaMs;
   // A time never stamped is long ago; one an application set out of all range is too.
   for (const double Far : {0.0, 1e300, -HUGE_VAL, double(NAN)})
     EXPECT_EQ(DoorSecondsBetween(Base, Far), INT32_MAX) << Far;
@@ -116,7 +116,7 @@ TEST(DoorReadKey, EscapeSequencesWithRealTiming) {
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
-    TDoorRun Door([&](int) { ExpectKeys(Case.Keys); }, kOnLink);
+    TDoorRun Door([&](int) { ExpectKeys(Case.Keys); }, ON_LINK);
     PlayCaller(Door.Caller, Case.Caller);
     EXPECT_EQ(FinishDoor(Door), 0);
   }
@@ -161,7 +161,7 @@ TEST(DoorReadKey, AKeyRightAfterASignalStillReturnsAtOnce) {
         DoorReport("ready");
         ExpectKeys({{'k', false, 150, 600}});
       },
-      kOnLink);
+      ON_LINK);
   std::string Seen;
   ASSERT_TRUE(WaitFor(Door.ReportFd, Seen, "ready"));
   Sleep(200);
@@ -207,7 +207,7 @@ double FakeClock() { return GFakeNow; }
 // Steps a fake clock through a session and polls once per step, as a key wait would.
 void SweepFakeClock(double AStepMs, int ASteps) {
   for (int I = 0; I < ASteps; ++I) {
-    GFakeNow += AStepMs * kMsInDays;
+    GFakeNow += AStepMs * MS_IN_DAYS;
     DoorKeyPressed();
   }
 }
@@ -228,7 +228,7 @@ TEST(DoorDoEvents, WarningsFallOnTheirSecondsAndStopsFollow) {
         // Every later pass repeats the idle stop; the time warnings go on, then the time-up.
         EXPECT_EQ(GTimeLog, "u5@99 u4@159 u3@219 u2@279 u1@339 u0@399 U@400 U@401 ");
       },
-      kOnLink);
+      ON_LINK);
   EXPECT_EQ(FinishDoor(Door), 0);
 }
 
@@ -262,7 +262,7 @@ TEST(DoorDoEvents, ChecksRunInOrderAtMostOnceASecondAndOnlyWithEvents) {
         SweepFakeClock(1000, 1);
         EXPECT_EQ(GLog, "H@20 U@20 ");
       },
-      kOnLink);
+      ON_LINK);
   CloseEnd(Door.Caller);
   EXPECT_EQ(FinishDoor(Door), 0);
 }
@@ -272,7 +272,7 @@ TEST(DoorDoEvents, ChecksRunInOrderAtMostOnceASecondAndOnlyWithEvents) {
 // time left or idle time twice, and a second is skipped only when the lateness has piled up
 // to a whole second, about once in several thousand passes.
 double GHiddenNow = 0;
-double WholeMsClock() { return std::floor(GHiddenNow / kMsInDays) * kMsInDays; }
+double WholeMsClock() { return std::floor(GHiddenNow / MS_IN_DAYS) * MS_IN_DAYS; }
 
 TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
   TDoorRun Door(
@@ -281,9 +281,9 @@ TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
         std::mt19937 Random(7);
         std::uniform_real_distribution<double> Phase(0, 1000), Lateness(0, 0.3);
         for (int Round = 0; Round < 4; ++Round) {
-          GHiddenNow = 45000.25 + Phase(Random) * kMsInDays;
+          GHiddenNow = 45000.25 + Phase(Random) * MS_IN_DAYS;
           BeginSession();
-          DoorLastKey.Time = WholeMsClock() - std::floor(Phase(Random)) * kMsInDays;
+          DoorLastKey.Time = WholeMsClock() - std::floor(Phase(Random)) * MS_IN_DAYS;
           DoorDropInfo.MaxSeconds = DoorSession.MaxIdle = 1000000;
           DoorKeyPressed();
           int32_t LastLeft = DoorSecondsLeft(), LastIdle = DoorSecondsIdle();
@@ -291,14 +291,14 @@ TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
           while (Passes < 3000) {
             const int32_t Wait = DoorMillisecondsToNextCheck();
             ASSERT_TRUE(Wait >= 1 && Wait <= 1000) << Wait;
-            GHiddenNow += (Wait + Lateness(Random)) * kMsInDays;
+            GHiddenNow += (Wait + Lateness(Random)) * MS_IN_DAYS;
             const double Before = DoorSession.EventsTime;
             ++Wakes;
             DoorKeyPressed();
             if (DoorSession.EventsTime == Before) continue;
             ++Passes;
             // On the millisecond the check fell due, or the next one when the wake-up was late.
-            const double Period = std::round((DoorSession.EventsTime - Before) / kMsInDays);
+            const double Period = std::round((DoorSession.EventsTime - Before) / MS_IN_DAYS);
             ASSERT_TRUE(Period == 1000 || Period == 1001) << Period;
             const int32_t Left = DoorSecondsLeft(), Idle = DoorSecondsIdle();
             ASSERT_TRUE(Left == LastLeft - 1 || Left == LastLeft - 2) << "pass " << Passes;
@@ -311,7 +311,7 @@ TEST(DoorMillisecondsToNextCheck, PassesReadEachSecondOnce) {
           EXPECT_LE(Wakes, Passes + 30) << "a wake-up without a pass is a wasted one";
         }
       },
-      kOnLink);
+      ON_LINK);
   EXPECT_EQ(FinishDoor(Door, 30000), 0);
 }
 
@@ -330,7 +330,7 @@ void CheckedStop() {
 }
 
 TEST(DoorReadKey, LimitsAndCarrierLossEndTheWait) {
-  constexpr int kNever = -1, kCloseUnderLink = -2;
+  constexpr int NEVER = -1, CLOSE_UNDER_LINK = -2;
   const struct {
     const char* Name;
     int32_t MaxIdle, MaxSeconds;
@@ -338,11 +338,11 @@ TEST(DoorReadKey, LimitsAndCarrierLossEndTheWait) {
     int HangUpAfterMs;  // the caller closes its end after this long
     std::string Log;    // empty: not checked
   } Cases[] = {
-      {"idle limit", 2, 3600, 'O', kNever, "o0@1 S@3 "},
-      {"time limit", 300, 2, 'U', kNever, "u0@1 S@2 "},
+      {"idle limit", 2, 3600, 'O', NEVER, "o0@1 S@3 "},
+      {"time limit", 300, 2, 'U', NEVER, "u0@1 S@2 "},
       {"carrier loss mid-wait", 300, 3600, 'H', 1300, ""},
       {"carrier loss, no hang-up hook: the wait goes on quietly", 2, 3600, 'O', 0, "o0@1 S@3 "},
-      {"a descriptor that can't even be polled must not spin", 2, 3600, 'O', kCloseUnderLink, "o0@1 S@3 "},
+      {"a descriptor that can't even be polled must not spin", 2, 3600, 'O', CLOSE_UNDER_LINK, "o0@1 S@3 "},
   };
   for (const auto& Case : Cases) {
     SCOPED_TRACE(Case.Name);
@@ -356,11 +356,11 @@ TEST(DoorReadKey, LimitsAndCarrierLossEndTheWait) {
           (Case.StopOn == 'H'   ? DoorOnHangup
            : Case.StopOn == 'U' ? DoorOnTimeUp
                                 : DoorOnTimeOut) = CheckedStop;
-          if (Case.HangUpAfterMs == kCloseUnderLink) close(CommHandle());
+          if (Case.HangUpAfterMs == CLOSE_UNDER_LINK) close(CommHandle());
           DoorReadKey();
           ADD_FAILURE() << "DoorReadKey returned";
         },
-        kOnLink);
+        ON_LINK);
     if (Case.HangUpAfterMs >= 0) {
       Sleep(Case.HangUpAfterMs);
       CloseEnd(Door.Caller);

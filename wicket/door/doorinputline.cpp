@@ -10,16 +10,17 @@
 #include "doorinput.h"
 #include "dooroutput.h"
 #include "doorstate.h"
+#include "stringutils/strbasics.h"
 
 namespace {
 
-constexpr uint8_t FBackspace = 0x08;
-constexpr uint8_t FCtrlY = 0x19;
-constexpr uint8_t FEscape = 0x1B;
-constexpr uint8_t FEnter = 0x0D;
+constexpr uint8_t BACKSPACE = 0x08;
+constexpr uint8_t CTRL_Y = 0x19;
+constexpr uint8_t ESCAPE = 0x1B;
+constexpr uint8_t ENTER = 0x0D;
 
-constexpr uint8_t FPlainAttr = 15;
-constexpr uint8_t FHighlightBackground = 1;  // blue
+constexpr uint8_t PLAIN_ATTR = 15;
+constexpr uint8_t HIGHLIGHT_BACKGROUND = 1;  // blue
 
 // The field of one DoorInput call.
 struct TInputField {
@@ -50,10 +51,6 @@ void UpdateText(TInputField& AField) {
   }
 }
 
-uint8_t UpperAscii(uint8_t AKey) {
-  return AKey >= 'a' && AKey <= 'z' ? static_cast<uint8_t>(AKey - 32) : AKey;
-}
-
 // Moves the cursor to the left end of row AIndex, counted from the saved first row.
 void GoToRow(int32_t AIndex) {
   DoorCursorRestore();
@@ -64,7 +61,7 @@ void GoToRow(int32_t AIndex) {
 void DrawRow(int32_t AIndex) {
   if (AIndex >= 0 && static_cast<size_t>(AIndex) < DoorLiteBarOptions.size())
     DoorWrite(DoorLiteBarOptions[static_cast<size_t>(AIndex)]);
-  DoorTextAttr(FPlainAttr);
+  DoorTextAttr(PLAIN_ATTR);
 }
 
 // Puts the current row back to plain, steps by ADelta and highlights the new row.
@@ -73,7 +70,7 @@ void MoveHighlight(int32_t ADelta) {
   DrawRow(DoorLiteBarIndex);
   DoorLiteBarIndex += ADelta;
   GoToRow(DoorLiteBarIndex);
-  DoorTextBackground(FHighlightBackground);
+  DoorTextBackground(HIGHLIGHT_BACKGROUND);
   DrawRow(DoorLiteBarIndex);
 }
 
@@ -93,7 +90,7 @@ std::string DoorInput(const std::string& ADefaultText, const std::string& AAllow
   uint8_t Ch = 0;
   do {
     Ch = DoorReadKey();
-    if (Ch == FBackspace && !Field.S.empty()) {
+    if (Ch == BACKSPACE && !Field.S.empty()) {
       Field.S.pop_back();
       if (Field.S.size() >= Field.VisibleLength) {
         UpdateText(Field);
@@ -101,7 +98,7 @@ std::string DoorInput(const std::string& ADefaultText, const std::string& AAllow
         DoorWrite("\b \b");
         --Field.XOffset;
       }
-    } else if (Ch == FCtrlY && !Field.S.empty()) {
+    } else if (Ch == CTRL_Y && !Field.S.empty()) {
       Field.S.clear();
       UpdateText(Field);
     } else if (AAllowedCharacters.find(static_cast<char>(Ch)) != std::string::npos &&
@@ -114,28 +111,28 @@ std::string DoorInput(const std::string& ADefaultText, const std::string& AAllow
         ++Field.XOffset;
       }
     }
-  } while (Ch != FEscape && Ch != FEnter);
+  } while (Ch != ESCAPE && Ch != ENTER);
 
   DoorTextAttr(SavedAttr);
   DoorWriteLn();
-  return Ch == FEscape ? Default : Field.S;
+  return Ch == ESCAPE ? Default : Field.S;
 }
 
 bool DoorLiteBar(int32_t APageSize) {
   bool Accepted = true;
-  DoorTextAttr(FPlainAttr);
+  DoorTextAttr(PLAIN_ATTR);
   DoorCursorSave();
 
   const int32_t RowCount = static_cast<int32_t>(std::min<size_t>(DoorLiteBarOptions.size(), INT32_MAX));
   for (int32_t I = 0; I < RowCount && I < APageSize; ++I) {
     if (I > 0) GoToRow(I);
-    if (I == DoorLiteBarIndex) DoorTextBackground(FHighlightBackground);
+    if (I == DoorLiteBarIndex) DoorTextBackground(HIGHLIGHT_BACKGROUND);
     DrawRow(I);
   }
 
   uint8_t Key = 0;
   do {
-    Key = UpperAscii(DoorReadKey());
+    Key = UpperCaseAscii(DoorReadKey());
     if (Key == '8' || Key == '4' || Key == 'H' || Key == 'K') {
       if (DoorLiteBarIndex > 0) MoveHighlight(-1);
     } else if (Key == '2' || Key == '6' || Key == 'M' || Key == 'P') {
@@ -145,7 +142,7 @@ bool DoorLiteBar(int32_t APageSize) {
       Accepted = false;
       break;
     }
-  } while (Key != FEnter);
+  } while (Key != ENTER);
 
   DoorCursorRestore();
   return Accepted;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include "ansi/ansi.h"
@@ -23,99 +24,74 @@
 
 namespace {
 
-constexpr char FBacktick = '`';
+constexpr char BACKTICK = '`';
 
 // The prompt of the key pause and what wipes its eight cells afterwards.
-constexpr std::string_view FKeyPausePrompt = "`r0  `2<`0MORE`2>";
-constexpr std::string_view FKeyPauseWipe = "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b\b\b";
+constexpr std::string_view KEY_PAUSE_PROMPT = "`r0  `2<`0MORE`2>";
+constexpr std::string_view KEY_PAUSE_WIPE = "\b\b\b\b\b\b\b\b        \b\b\b\b\b\b\b\b";
 // A bar turning in one cell: each step shows a character, waits 100 ms and backs up.
-constexpr std::string_view FSpinner = "|`w`d\\`w`d-`w`d/`w`d|`w`d\\`w`d-`w`d/`w`d|`w`d `d";
+constexpr std::string_view SPINNER = "|`w`d\\`w`d-`w`d/`w`d|`w`d\\`w`d-`w`d/`w`d|`w`d `d";
 
-void Pause(uint16_t AMs) { Delay(AMs); }
+// What a Seth code does; Value is the colour or the milliseconds, Text the bytes written.
+enum TSethAction : uint8_t { saColour, saBlinkColour, saClear, saWrite, saKeyPause, saPause };
+
+struct TSethCode {
+  char Code;  // the byte after the backtick
+  TSethAction Action;
+  uint16_t Value = 0;
+  std::string_view Text = {};
+};
+
+// The one-byte Seth codes. The background code, which needs a third byte, is handled by the walk.
+constexpr TSethCode SETH_CODES[] = {
+    {'1', saColour, 1},         {'2', saColour, 2},         {'3', saColour, 3},  {'4', saColour, 4},
+    {'5', saColour, 5},         {'6', saColour, 6},         {'7', saColour, 7},  {'8', saColour, 8},
+    {'9', saColour, 9},         {'0', saColour, 10},        {'!', saColour, 11}, {'@', saColour, 12},
+    {'#', saColour, 13},        {'$', saColour, 14},        {'%', saColour, 15}, {'*', saColour, 0},
+    {'b', saBlinkColour, 4},    {'y', saBlinkColour, 14},   {'c', saClear},      {'d', saWrite, 0, "\b"},
+    {'k', saKeyPause},          {'l', saPause, 500},        {'w', saPause, 100}, {'x', saWrite, 0, " "},
+    {'\\', saWrite, 0, "\r\n"}, {'|', saWrite, 0, SPINNER},
+};
 
 void KeyPause() {
-  DoorWrite(FKeyPausePrompt);
+  DoorWrite(KEY_PAUSE_PROMPT);
   DoorReadKey();
-  DoorWrite(FKeyPauseWipe);
+  DoorWrite(KEY_PAUSE_WIPE);
 }
 
 // Carries out the Seth code ACode (the byte after the backtick); false when it is no code of
-// the table. The background code, which needs a third byte, is handled by the walk.
+// the table.
 bool RunSethCode(char ACode) {
-  switch (ACode) {
-    case '1':
-    case '2':
-    case '3':
-    case '4':
-    case '5':
-    case '6':
-    case '7':
-    case '8':
-    case '9':
-      DoorTextColourAndBlink(static_cast<uint8_t>(ACode - '0'), false);
-      return true;
-    case '0':
-      DoorTextColourAndBlink(10, false);
-      return true;
-    case '!':
-      DoorTextColourAndBlink(11, false);
-      return true;
-    case '@':
-      DoorTextColourAndBlink(12, false);
-      return true;
-    case '#':
-      DoorTextColourAndBlink(13, false);
-      return true;
-    case '$':
-      DoorTextColourAndBlink(14, false);
-      return true;
-    case '%':
-      DoorTextColourAndBlink(15, false);
-      return true;
-    case '*':
-      DoorTextColourAndBlink(0, false);
-      return true;
-    case 'b':
-      DoorTextColourAndBlink(4, true);
-      return true;
-    case 'y':
-      DoorTextColourAndBlink(14, true);
-      return true;
-    case 'c':
+  const TSethCode* Found = std::find_if(std::begin(SETH_CODES), std::end(SETH_CODES),
+                                        [ACode](const TSethCode& AEntry) { return AEntry.Code == ACode; });
+  if (Found == std::end(SETH_CODES)) return false;
+  switch (Found->Action) {
+    case saColour:
+    case saBlinkColour:
+      DoorTextColourAndBlink(static_cast<uint8_t>(Found->Value), Found->Action == saBlinkColour);
+      break;
+    case saClear:
       DoorTextAttr(7);
       DoorClrScr();
       DoorWrite("\r\n\r\n");
-      return true;
-    case 'd':
-      DoorWrite("\b");
-      return true;
-    case 'k':
+      break;
+    case saWrite:
+      DoorWrite(Found->Text);
+      break;
+    case saKeyPause:
       KeyPause();
-      return true;
-    case 'l':
-      Pause(500);
-      return true;
-    case 'w':
-      Pause(100);
-      return true;
-    case 'x':
-      DoorWrite(" ");
-      return true;
-    case '\\':
-      DoorWrite("\r\n");
-      return true;
-    case '|':
-      DoorWrite(FSpinner);
-      return true;
-    default:
-      return false;
+      break;
+    case saPause:
+      Delay(Found->Value);
+      break;
   }
+  return true;
 }
 
 // Writes the text piece by piece, carrying out each Seth code where it stands.
 void SethWalk(std::string_view AText) {
   while (!AText.empty()) {
-    const size_t First = AText.find(FBacktick);
+    const size_t First = AText.find(BACKTICK);
     if (First == std::string_view::npos) {
       DoorWrite(AText);
       return;
@@ -124,7 +100,7 @@ void SethWalk(std::string_view AText) {
       DoorWrite(AText.substr(0, First));
       AText.remove_prefix(First);
     }
-    while (!AText.empty() && AText.front() == FBacktick) {
+    while (!AText.empty() && AText.front() == BACKTICK) {
       if (AText.size() == 1) {
         AText = {};  // a trailing backtick is dropped
       } else if (RunSethCode(AText[1])) {
@@ -222,7 +198,7 @@ void DoorWrite(std::string_view AText) {
     AText = Converted;
   }
   if (DoorSession.SethWrite && !DisplayingSixel && AText.size() >= 2 &&
-      AText.find(FBacktick) != std::string_view::npos) {
+      AText.find(BACKTICK) != std::string_view::npos) {
     SethWalk(AText);
     return;
   }

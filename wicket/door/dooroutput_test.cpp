@@ -20,14 +20,14 @@ namespace {
 
 using TPackets = std::vector<std::string>;
 
-const std::string kEsc = "\x1B";
+const std::string ESC = "\x1B";
 // Sequences of a fresh process (attribute 7) for the colours the tests use.
-const std::string kBlue = kEsc + "[0;34m" + kEsc + "[40m";  // foreground 1 on black
-const std::string kGreen = kEsc + "[0;32m" + kEsc + "[40m";
-const std::string kWhite = kEsc + "[1;37m" + kEsc + "[40m";  // pipe code 0F
-const std::string kBlinkOff = kEsc + "[0m" + kEsc + "[40m";  // then the foreground again
-const std::string kLeft = kEsc + "[255D";
-const std::string kWide(81, 'x');
+const std::string BLUE = ESC + "[0;34m" + ESC + "[40m";  // foreground 1 on black
+const std::string GREEN = ESC + "[0;32m" + ESC + "[40m";
+const std::string WHITE = ESC + "[1;37m" + ESC + "[40m";   // pipe code 0F
+const std::string BLINK_OFF = ESC + "[0m" + ESC + "[40m";  // then the foreground again
+const std::string LEFT = ESC + "[255D";
+const std::string WIDE(81, 'x');
 
 std::string Hex(const TPackets& APackets) {
   std::string Result;
@@ -59,16 +59,16 @@ TEST(DoorWrite, SendsEachPieceAsOneSend) {
       {true, true, false, "", {}},
       {true, false, false, "a\xFF!", {"a\xFF\xFF!"}},  // telnet doubling on the link
       {false, false, false, "|0F", {"|0F"}},
-      {true, false, false, "|0Fhi", {kWhite + "hi"}},
+      {true, false, false, "|0Fhi", {WHITE + "hi"}},
       {false, true, false, "`", {"`"}},  // under 2 bytes: no walk
       {false, false, false, "a`1b", {"a`1b"}},
       {false, true, false, "abc`", {"abc"}},
-      {false, true, false, "abc`1def", {"abc", kBlue, kBlinkOff + kBlue, "def"}},
+      {false, true, false, "abc`1def", {"abc", BLUE, BLINK_OFF + BLUE, "def"}},
       {false, true, false, "`z`r9`Qx`r", {"x"}},  // unknown codes vanish
       {false, true, false, "`x`d`\\", {" ", "\b", "\r\n"}},
       {false, true, false, "``1", {"1"}},  // "``" is an unknown code
       // Pipe codes are converted over the whole text first; the Seth walk sees the result.
-      {true, true, false, "`|0Fx", {"[1;37m" + kEsc + "[40mx"}},
+      {true, true, false, "`|0Fx", {"[1;37m" + ESC + "[40mx"}},
       {true, true, true, "|0F`1`", {"|0F`1`"}},
       {false, true, false, "`w", {}, 95, 400},
       {false, true, false, "`l", {}, 490, 900},
@@ -121,9 +121,9 @@ TEST(DoorWrite, KeyPauseWaitsForTheCaller) {
         EXPECT_EQ(DoorLastKey.Ch, 'q');
       },
       {.OnLink = true, .SocketType = SOCK_SEQPACKET});
-  const std::string Bright = kEsc + "[1;32m";
-  const TPackets Prompt = {"a",    kEsc + "[40m",      "  ",   kGreen, kBlinkOff + kGreen, "<",
-                           Bright, kBlinkOff + Bright, "MORE", kGreen, kBlinkOff + kGreen, ">"};
+  const std::string Bright = ESC + "[1;32m";
+  const TPackets Prompt = {"a",    ESC + "[40m",       "  ",   GREEN, BLINK_OFF + GREEN, "<",
+                           Bright, BLINK_OFF + Bright, "MORE", GREEN, BLINK_OFF + GREEN, ">"};
   TPackets Got;
   for (size_t I = 0; I < Prompt.size(); ++I) Got.push_back(ReadPacket(Door.Caller));
   EXPECT_EQ(Got, Prompt) << Hex(Got);
@@ -137,8 +137,8 @@ TEST(DoorWrite, KeyPauseWaitsForTheCaller) {
 // One send each, with the attribute record updated first for the colour operations. (The
 // cursor moves are single builder calls, whose bytes the builders' own tests pin.)
 TEST(DoorScreenOperations, OneSendEachWithTheRecordUpdatedFirst) {
-  const std::string kYellow = kEsc + "[1;33m", kOnBlue = kEsc + "[44m", kRed = kEsc + "[0;31m",
-                    kReset = kEsc + "[0m";
+  const std::string YELLOW = ESC + "[1;33m", ON_BLUE = ESC + "[44m", RED = ESC + "[0;31m",
+                    RESET = ESC + "[0m";
   const struct {
     const char* Name;
     uint8_t AttrBefore;
@@ -147,23 +147,23 @@ TEST(DoorScreenOperations, OneSendEachWithTheRecordUpdatedFirst) {
     uint8_t AttrAfter;
   } Cases[] = {
       {"WriteLn", 7, [] { DoorWriteLn("line"); }, {"line\r\n"}, 7},
-      {"TextAttr blink bit", 7, [] { DoorTextAttr(0x9E); }, {kYellow + kOnBlue}, 0x9E},
-      {"TextBackground", 0x0E, [] { DoorTextBackground(1); }, {kOnBlue}, 0x1E},
-      {"TextColour bright", 0x17, [] { DoorTextColour(14); }, {kYellow}, 0x1E},
+      {"TextAttr blink bit", 7, [] { DoorTextAttr(0x9E); }, {YELLOW + ON_BLUE}, 0x9E},
+      {"TextBackground", 0x0E, [] { DoorTextBackground(1); }, {ON_BLUE}, 0x1E},
+      {"TextColour bright", 0x17, [] { DoorTextColour(14); }, {YELLOW}, 0x1E},
       // The background that follows a dark colour is read from the record: blue, not black.
-      {"TextColour dark", 0x1E, [] { DoorTextColour(7); }, {kEsc + "[0;37m" + kOnBlue}, 0x17},
-      {"Blink on", 0x10, [] { DoorTextColourAndBlink(4, true); }, {kRed + kOnBlue, kEsc + "[5m"}, 0x14},
-      {"Off", 0x10, [] { DoorTextColourAndBlink(14, false); }, {kYellow, kReset + kOnBlue + kYellow}, 0x1E},
+      {"TextColour dark", 0x1E, [] { DoorTextColour(7); }, {ESC + "[0;37m" + ON_BLUE}, 0x17},
+      {"Blink on", 0x10, [] { DoorTextColourAndBlink(4, true); }, {RED + ON_BLUE, ESC + "[5m"}, 0x14},
+      {"Off", 0x10, [] { DoorTextColourAndBlink(14, false); }, {YELLOW, RESET + ON_BLUE + YELLOW}, 0x1E},
       // Centred: column (80 - width) / 2, where pipe codes count as text and Seth codes don't.
-      {"Centered", 7, [] { DoorWriteCentered("0123456789"); }, {kLeft + kEsc + "[34C", "0123456789"}, 7},
-      {"Centered empty", 7, [] { DoorWriteCentered(""); }, {kLeft + kEsc + "[39C"}, 7},
-      {"Centered pipe", 7, [] { DoorWriteCentered("|0Fabc"); }, {kLeft + kEsc + "[36C", kWhite + "abc"}, 7},
+      {"Centered", 7, [] { DoorWriteCentered("0123456789"); }, {LEFT + ESC + "[34C", "0123456789"}, 7},
+      {"Centered empty", 7, [] { DoorWriteCentered(""); }, {LEFT + ESC + "[39C"}, 7},
+      {"Centered pipe", 7, [] { DoorWriteCentered("|0Fabc"); }, {LEFT + ESC + "[36C", WHITE + "abc"}, 7},
       {"Seth",
        7,
        [] { DoorSession.SethWrite = true, DoorWriteCentered("`1"); },
-       {kLeft + kEsc + "[39C", kBlue, kBlinkOff + kBlue},
+       {LEFT + ESC + "[39C", BLUE, BLINK_OFF + BLUE},
        1},
-      {"Centered too wide", 7, [] { DoorWriteCentered(kWide); }, {kLeft, kWide}, 7},
+      {"Centered too wide", 7, [] { DoorWriteCentered(WIDE); }, {LEFT, WIDE}, 7},
   };
   for (const auto& Case : Cases) {
     const TPackets Got = SendsOf([&] {
@@ -192,8 +192,7 @@ TEST(DoorWrite, StdioModeWritesStandardOutputOnly) {
       },
       {.OnLink = true});
   EXPECT_EQ(FinishDoor(Door), 0);
-  EXPECT_EQ(HexBytes(Door.Console),
-            HexBytes("a\xFF!" + kWhite + "xc" + kBlue + kBlinkOff + kBlue + "d!\r\n"));
+  EXPECT_EQ(HexBytes(Door.Console), HexBytes("a\xFF!" + WHITE + "xc" + BLUE + BLINK_OFF + BLUE + "d!\r\n"));
   EXPECT_EQ(Door.Heard, "to caller");
 }
 
@@ -214,10 +213,10 @@ TEST(DoorDisplayFile, SendsLinesWithCrLfBetweenThem) {
       {false, "a\r\nb\r\n", "a\r\nb"},  // the end of the file follows the last line end
       {false, "a\n\n", "a\r\n"},
       {false, Odd + "\nnext", Odd + "\r\nnext"},
-      {false, "|0Fhi\n`1", kWhite + "hi\r\n`1"},
+      {false, "|0Fhi\n`1", WHITE + "hi\r\n`1"},
       {false, Block + "\r\nlast", Block + "\r\nlast"},
       {false, std::string(200000, 'y') + "\nzzz", std::string(200000, 'y') + "\r\nzzz"},
-      {true, Sixel + "\n-`r9|\x1B\\", Sixel + "\r\n-`r9|\x1B\\" + kWhite},
+      {true, Sixel + "\n-`r9|\x1B\\", Sixel + "\r\n-`r9|\x1B\\" + WHITE},
   };
   for (const auto& Case : Cases) {
     const std::string File = (Dir.Path / "f.txt").string();

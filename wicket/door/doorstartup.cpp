@@ -1,14 +1,12 @@
 // Door startup and shutdown: the command line, the choice of mode, the link's opening and
 // closing, and the process's exit hook with the door's own handler in it. This module owns
-// DoorExitProc and its runner, the hang-up and broken-pipe dispositions it sets for the run, and
-// whether this process has already let go of the link.
+// DoorExitProc and its runner, and whether this process has already let go of the link; the
+// signals and the terminal belong to the console, which it takes over first.
 #include "doorstartup.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
@@ -18,6 +16,7 @@
 #include "console/console.h"
 #include "crt2/crt2.h"
 #include "doorend.h"
+#include "doorinput.h"
 #include "dooroutput.h"
 #include "dropfiles/dropfiles.h"
 #include "stringutils/strbasics.h"
@@ -27,7 +26,7 @@ TDoorProc DoorExitProc = nullptr;
 namespace {
 
 // The longest wait at the end of a run for the last output to leave.
-constexpr int32_t FDrainMs = 2000;
+constexpr int32_t DRAIN_MS = 2000;
 
 // Set once DoorClose has closed the link: the descriptor number may belong to something else
 // by the time the exit handler runs, so nothing may be written to it or closed again.
@@ -82,12 +81,6 @@ void TakeOverConsole() {
   std::exit(0);
 }
 
-std::string UpperAscii(std::string AText) {
-  for (char& C : AText)
-    if (C >= 'a' && C <= 'z') C = static_cast<char>(C - 'a' + 'A');
-  return AText;
-}
-
 bool FileExists(const std::string& APath) {
   struct stat Info {};
   return !APath.empty() && stat(APath.c_str(), &Info) == 0 && !S_ISDIR(Info.st_mode);
@@ -96,7 +89,7 @@ bool FileExists(const std::string& APath) {
 // The drop-file path of the mode choice: the reader is picked by the text in the path.
 void ReadDropFile(const TDoorCommandLine& ACommandLine) {
   const std::string& Path = ACommandLine.DropFile;
-  const std::string Upper = UpperAscii(Path);
+  const std::string Upper = UpperCaseAscii(Path);
   const bool Exists = FileExists(Path);
   if (Exists && Upper.find("DOOR32.SYS") != std::string::npos)
     ReadDoor32(Path);
@@ -129,8 +122,7 @@ TDoorCommandLine DoorReadCommandLine(const std::vector<std::string>& AArguments)
   TDoorCommandLine Result;
   for (const std::string& Argument : AArguments) {
     if (Argument.size() < 2 || (Argument[0] != '-' && Argument[0] != '/')) continue;
-    uint8_t Letter = static_cast<uint8_t>(Argument[1]);
-    if (Letter >= 'a' && Letter <= 'z') Letter = static_cast<uint8_t>(Letter - 'a' + 'A');
+    const uint8_t Letter = UpperCaseAscii(static_cast<uint8_t>(Argument[1]));
     const std::string Value = Argument.substr(2);
     switch (Letter) {
       case '?':
@@ -259,7 +251,7 @@ void DoorClose(bool ADisconnect) {
   FLinkClosed = true;
   // The last words first: a BBS that takes the line back (or closes it with keys unread) at
   // once would cut them off. Bounded, and not at all when the caller is gone.
-  CommDrainOutput(FDrainMs);
+  CommDrainOutput(DRAIN_MS);
   CommClose(ADisconnect);
 }
 

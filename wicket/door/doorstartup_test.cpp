@@ -18,9 +18,9 @@
 
 namespace {
 
-const std::string kClearScreen = "\x1b[2J\x1b[1;1f";
+const std::string CLEAR_SCREEN = "\x1b[2J\x1b[1;1f";
 // What the exit handler leaves the caller with: grey on black, cursor to the bottom left.
-const std::string kExitTail = "\x1b[0;37m\x1b[40m\x1b[40m\x1b[255B\x1b[255D";
+const std::string EXIT_TAIL = "\x1b[0;37m\x1b[40m\x1b[40m\x1b[255B\x1b[255D";
 
 std::string FSeenOptions;
 
@@ -131,7 +131,7 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Report, Case.Report) << Case.What;
     // A socket run announces telnet and clears the caller's screen; no other run says a word.
-    EXPECT_EQ(Door.Heard, Case.Report[0] == '0' ? kDoorLinkAnnouncements + kClearScreen : "") << Case.What;
+    EXPECT_EQ(Door.Heard, Case.Report[0] == '0' ? kDoorLinkAnnouncements + CLEAR_SCREEN : "") << Case.What;
   }
 }
 
@@ -204,7 +204,7 @@ TEST(DoorStartup, StampsTimesAfterTheLoginAndDerivesTheNames) {
   EXPECT_EQ(FinishDoor(Door), 0);
   EXPECT_EQ(Door.Report, "login;key-before-on=1 after-login=1 idle=2 real-or-alias=Nick alias-or-real=Nick");
   // The login hook is followed by a clear screen on the (stdio) console.
-  EXPECT_NE(Door.Console.find(kClearScreen), std::string::npos);
+  EXPECT_NE(Door.Console.find(CLEAR_SCREEN), std::string::npos);
 }
 
 // --- The exit handler -----------------------------------------------------------------------
@@ -212,7 +212,7 @@ TEST(DoorStartup, StampsTimesAfterTheLoginAndDerivesTheNames) {
 void OldHandler() { DoorReport("old handler;"); }
 
 TEST(DoorExitHandler, RunsOnEveryWayOutAndChainsToTheOldOne) {
-  const std::string Socket = kDoorLinkAnnouncements + kClearScreen;
+  const std::string Socket = kDoorLinkAnnouncements + CLEAR_SCREEN;
   const struct {
     const char* What;
     std::string Option;  // before -N1
@@ -220,16 +220,16 @@ TEST(DoorExitHandler, RunsOnEveryWayOutAndChainsToTheOldOne) {
     int ExitCode;
     std::string Report, Heard;
   } Cases[] = {
-      {"return from the program", "-S{fd}", [] {}, 0, "old handler;", Socket + kExitTail},
+      {"return from the program", "-S{fd}", [] {}, 0, "old handler;", Socket + EXIT_TAIL},
       {"exit inside a hook called from the key wait", "-S{fd}",
        [] {
          DoorOnTimeUp = [] { std::exit(0); };
          DoorDropInfo.MaxSeconds = 0;
          DoorReadKey();
        },
-       0, "old handler;", Socket + kExitTail},
+       0, "old handler;", Socket + EXIT_TAIL},
       {"an unhandled exception", "-S{fd}", [] { throw std::runtime_error("boom"); }, 128 + SIGABRT,
-       "old handler;", Socket + kExitTail},
+       "old handler;", Socket + EXIT_TAIL},
       {"after DoorShutdown nothing more is sent", "-S{fd}", [] { DoorShutdown(); }, 0, "old handler;",
        Socket},
       // A stdio run installs no handler of the door's, but the chain still runs.
@@ -265,7 +265,7 @@ TEST(DoorShutdown, LeavesTheBbsCopyOfTheSocketUsable) {
       {.KeepBbsCopy = true});
   EXPECT_EQ(FinishDoor(Door), 0);
   EXPECT_EQ(Door.Report, "options=0");
-  EXPECT_EQ(Door.Heard, kDoorLinkAnnouncements + kClearScreen + "bye");
+  EXPECT_EQ(Door.Heard, kDoorLinkAnnouncements + CLEAR_SCREEN + "bye");
   EXPECT_FALSE(Door.CallerClosed);  // the BBS still holds the connection
   // The BBS goes on talking to its caller, both ways.
   std::string AtCaller, AtBbs;

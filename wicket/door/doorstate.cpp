@@ -1,11 +1,9 @@
-// The door runtime's process-wide state and hook variables with their start values, and the
-// one place the runtime reads the clock. Nothing here acts; other door modules read and write
-// these variables.
+// The door runtime's process-wide state with its start values, and the one place the runtime
+// reads the clock. Nothing here acts; other door modules read and write these variables. The
+// hook variables declared here start out in doordefaults.cpp, beside their default handlers.
 #include "doorstate.h"
 
 #include <ctime>
-
-#include "doordefaults.h"
 
 TDoorDropInfo DoorDropInfo;
 TDoorLastKey DoorLastKey;
@@ -26,22 +24,11 @@ const std::string DOOR_INPUT_CHARS_NUMERIC = "1234567890";
 const std::string DOOR_INPUT_CHARS_FILENAME =
     " !#$%&'()+,-.0123456789:;=@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_abcdefghijklmnopqrstuvwxyz{}~";
 
-TDoorCLPProc DoorOnCLP = nullptr;
-TDoorProc DoorOnHangup = DefaultOnHangup;
-TDoorProc DoorOnLocalLogin = DefaultOnLocalLogin;
-TDoorProc DoorOnStatusBar = DefaultOnStatusBar;
-TDoorSysopKeyFunc DoorOnSysopKey = nullptr;
-TDoorProc DoorOnTimeOut = DefaultOnTimeOut;
-TDoorWarningProc DoorOnTimeOutWarning = nullptr;
-TDoorProc DoorOnTimeUp = DefaultOnTimeUp;
-TDoorWarningProc DoorOnTimeUpWarning = nullptr;
-TDoorProc DoorOnUsage = DefaultOnUsage;
-
 TDoorClock DoorClock = DoorRealClock;
 
 // Days from the date-time origin, 1899-12-30, to the Unix epoch, 1970-01-01.
-static constexpr double FUnixEpochDays = 25569.0;
-static constexpr int64_t FMillisecondsPerDay = 86400000;
+static constexpr double UNIX_EPOCH_DAYS = 25569.0;
+static constexpr int64_t MILLISECONDS_PER_DAY = 86400000;
 
 double DoorRealClock() {
   timespec Now{};
@@ -51,13 +38,13 @@ double DoorRealClock() {
   // Whole milliseconds, so that two readings a few ms apart differ by exactly that much.
   const int64_t LocalMs = (static_cast<int64_t>(Now.tv_sec) + Local.tm_gmtoff) * 1000 + Now.tv_nsec / 1000000;
   // Floor division keeps dates before 1970 on the right day.
-  int64_t Days = LocalMs / FMillisecondsPerDay;
-  int64_t Rest = LocalMs % FMillisecondsPerDay;
+  int64_t Days = LocalMs / MILLISECONDS_PER_DAY;
+  int64_t Rest = LocalMs % MILLISECONDS_PER_DAY;
   if (Rest < 0) {
-    Rest += FMillisecondsPerDay;
+    Rest += MILLISECONDS_PER_DAY;
     --Days;
   }
-  return FUnixEpochDays + static_cast<double>(Days) + static_cast<double>(Rest) / FMillisecondsPerDay;
+  return UNIX_EPOCH_DAYS + static_cast<double>(Days) + static_cast<double>(Rest) / MILLISECONDS_PER_DAY;
 }
 
 double DoorNow() { return DoorClock != nullptr ? DoorClock() : DoorRealClock(); }
