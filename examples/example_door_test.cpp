@@ -242,10 +242,20 @@ void StopReadingTillThePtyIsFull(TDoorRun& ADoor, int ASlave, std::string& ASeen
   ASSERT_TRUE(WaitFor(ADoor.Output, ASeen, " Goodbye "));
   pollfd Room{ADoor.Output, POLLOUT, 0};
   for (int I = 0; I < 2000 && poll(&Room, 1, 100) > 0; ++I) Send(ADoor.Output, "28");
-  // The terminal takes no more output: the door's next write blocks.
+  // The terminal takes no more output: the door's next write blocks. The kernel moves pty output
+  // on to the master in the background, which can free room for a moment after the terminal
+  // first looks full, so it must stay full for a while.
   pollfd Full{ASlave, POLLOUT, 0};
   const double Deadline = MonotonicMs() + 5000;
-  while (poll(&Full, 1, 0) > 0 && MonotonicMs() < Deadline) usleep(10000);
+  for (double FullSince = -1; MonotonicMs() < Deadline; usleep(10000)) {
+    if (poll(&Full, 1, 0) > 0) {
+      FullSince = -1;
+    } else if (FullSince < 0) {
+      FullSince = MonotonicMs();
+    } else if (MonotonicMs() - FullSince > 300) {
+      break;
+    }
+  }
   ASSERT_EQ(poll(&Full, 1, 0), 0) << "the door's output never piled up";
   std::swap(ASilent, ADoor.Output);
 }
