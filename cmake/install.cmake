@@ -4,6 +4,8 @@
 # and, for door authors, libwicket with its headers under include/wicket/ (folders kept, so
 # "door/door.h" reads as in this tree) and the pkg-config file wicket.pc:
 #   c++ -std=c++20 mydoor.cpp $(pkg-config --cflags --libs wicket) -o mydoor
+# A module's internal header (Xinternal.h, which only the module's own .cpp files include) and
+# the test helpers stay out, so that no door builds on what a module may change at will.
 include(GNUInstallDirs)
 
 install(TARGETS tamblin wicket-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -12,8 +14,7 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/wicket/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wicket
         FILES_MATCHING PATTERN "*.h"
         PATTERN "*_testutil.h" EXCLUDE
-        PATTERN "host" EXCLUDE
-        PATTERN "examples" EXCLUDE)
+        PATTERN "*internal.h" EXCLUDE)
 
 set(TAMBLIN_SHARE_DIR ${CMAKE_INSTALL_DATADIR}/tamblin)
 file(GLOB TAMBLIN_SKIN_FILES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/skins/*.ans)

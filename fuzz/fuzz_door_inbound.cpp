@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr size_t kMaxInput = 65536;  // well within the socket's buffer
-constexpr size_t kReceiveBlock = 1024;
+constexpr size_t MAX_INPUT = 65536;  // well within the socket's buffer
+constexpr size_t RECEIVE_BLOCK = 1024;
 
 int GCaller = -1;
 
@@ -42,8 +42,8 @@ struct TKey {
 
 std::vector<TKey> Expected(const std::string& AWire) {
   std::string Delivered;
-  for (size_t Start = 0; Start < AWire.size(); Start += kReceiveBlock)
-    Delivered += CommNormaliseLineEnds(std::string_view(AWire).substr(Start, kReceiveBlock));
+  for (size_t Start = 0; Start < AWire.size(); Start += RECEIVE_BLOCK)
+    Delivered += CommNormaliseLineEnds(std::string_view(AWire).substr(Start, RECEIVE_BLOCK));
   std::vector<TKey> Keys;
   TDoorEscapeState State = esNone;
   size_t I = 0;
@@ -59,7 +59,7 @@ std::vector<TKey> Expected(const std::string& AWire) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize) {
-  if (ASize > kMaxInput) return 0;
+  if (ASize > MAX_INPUT) return 0;
   OpenLinkOnce();
   const std::string Wire = std::string(reinterpret_cast<const char*>(AData), ASize) + "ZZ";
   const std::vector<TKey> Keys = Expected(Wire);

@@ -86,8 +86,8 @@ TCompiledPatterns& Patterns() {
 // One search from AOffset. Returns the PCRE2 result code; on a match the ovector is AOv.
 int RegexSearch(TCleanPattern APattern, std::string_view AText, size_t AOffset, const PCRE2_SIZE*& AOv) {
   TCompiledPatterns& Set = Patterns();
-  static const char EMPTY = 0;  // a subject pointer even for an empty text
-  const char* Subject = AText.empty() ? &EMPTY : AText.data();
+  static const char Empty = 0;  // a subject pointer even for an empty text
+  const char* Subject = AText.empty() ? &Empty : AText.data();
   const int Rc = pcre2_match(Set.Code[APattern].get(), reinterpret_cast<PCRE2_SPTR>(Subject), AText.size(),
                              AOffset, 0, Set.MatchData[APattern].get(), Set.Context.get());
   AOv = pcre2_get_ovector_pointer(Set.MatchData[APattern].get());

@@ -14,10 +14,10 @@ struct addrinfo;
 
 extern "C" int getaddrinfo(const char* AName, const char* AService, const addrinfo* AHints,
                            addrinfo** AResult) {
-  static const char STALL_SUFFIX[] = ".stall.test";
-  constexpr size_t SUFFIX_LENGTH = sizeof STALL_SUFFIX - 1;
+  static const char StallSuffix[] = ".stall.test";
+  constexpr size_t SuffixLength = sizeof StallSuffix - 1;
   const size_t Length = AName != nullptr ? std::strlen(AName) : 0;
-  if (Length >= SUFFIX_LENGTH && std::strcmp(AName + Length - SUFFIX_LENGTH, STALL_SUFFIX) == 0) {
+  if (Length >= SuffixLength && std::strcmp(AName + Length - SuffixLength, StallSuffix) == 0) {
     // A signal does not cut it short: a real lookup goes on waiting for its name server.
     for (const time_t End = time(nullptr) + 60; time(nullptr) < End;) sleep(1);
     return -3;  // EAI_AGAIN

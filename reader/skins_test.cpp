@@ -60,12 +60,12 @@ TEST(GetRandomAnsFile, EveryCandidateEquallyLikely) {
   for (const char* Name : Names) Touch(Dir.Path / Name);
   std::map<std::string, int> Count;
   SeedRandom(1754000000);
-  constexpr int DRAWS = 4000;
-  for (int I = 0; I < DRAWS; ++I) ++Count[GetRandomAnsFile(Dir.Path.string())];
+  constexpr int Draws = 4000;
+  for (int I = 0; I < Draws; ++I) ++Count[GetRandomAnsFile(Dir.Path.string())];
   ASSERT_EQ(Count.size(), 4u);
   for (const auto& [Path, N] : Count) {
-    EXPECT_GT(N, DRAWS / 4 - 200) << Path;  // about 6 standard deviations either side
-    EXPECT_LT(N, DRAWS / 4 + 200) << Path;
+    EXPECT_GT(N, Draws / 4 - 200) << Path;  // about 6 standard deviations either side
+    EXPECT_LT(N, Draws / 4 + 200) << Path;
   }
 }
 

@@ -178,8 +178,8 @@ std::string ScreenDump(const TScreenModel& S) {
 }
 
 std::string TelnetPayload(std::string_view ABytes) {
-  static constexpr std::string_view ANNOUNCEMENTS("\xFF\xFB\x00\xFF\xFB\x01", 6);
-  if (ABytes.substr(0, ANNOUNCEMENTS.size()) == ANNOUNCEMENTS) ABytes.remove_prefix(ANNOUNCEMENTS.size());
+  static constexpr std::string_view Announcements("\xFF\xFB\x00\xFF\xFB\x01", 6);
+  if (ABytes.substr(0, Announcements.size()) == Announcements) ABytes.remove_prefix(Announcements.size());
   std::string Payload;
   for (size_t I = 0; I < ABytes.size(); ++I) {
     Payload += ABytes[I];

@@ -24,7 +24,7 @@ static std::vector<int32_t> AnsiParams = {0};  // element 0 is a placeholder
 static uint8_t AnsiAttr = 7;
 static int32_t AnsiXY = 257;  // column in bits 0-7, row in bits 8-15
 
-static const size_t kMaxNumberText = 256;
+static const size_t MAX_NUMBER_TEXT = 256;
 
 static void StartParam() {
   AnsiBuffer = "0";
@@ -180,7 +180,7 @@ void AnsiWrite(std::string_view AText) {
         if (B == ' ' || B == '<' || B == '=' || B == '>' || B == '?') {
           break;
         } else if (B >= '0' && B <= '9') {
-          if (AnsiBuffer.size() < kMaxNumberText) {
+          if (AnsiBuffer.size() < MAX_NUMBER_TEXT) {
             AnsiBuffer += Byte;
           } else {
             AnsiBufferTooLong = true;

@@ -19,7 +19,7 @@ namespace {
 
 // Real drop files are a few hundred bytes; the cap keeps a path to a device or a giant file
 // from stalling the start of the run.
-constexpr size_t FMaxDropFileBytes = 1 << 20;
+constexpr size_t MAX_DROP_FILE_BYTES = 1 << 20;
 
 // The lines of a drop file, as far as they could be read.
 struct TDropLines {
@@ -45,7 +45,7 @@ bool LoadDropLines(const std::string& AFileName, size_t AMaxLines, TDropLines& A
   std::string Data;
   bool Failed = false;
   char Chunk[4096];
-  while (Data.size() < FMaxDropFileBytes) {
+  while (Data.size() < MAX_DROP_FILE_BYTES) {
     const ssize_t Got = read(Fd, Chunk, sizeof Chunk);
     if (Got < 0 && errno == EINTR) continue;
     if (Got < 0) {
@@ -56,7 +56,7 @@ bool LoadDropLines(const std::string& AFileName, size_t AMaxLines, TDropLines& A
     Data.append(Chunk, static_cast<size_t>(Got));
   }
   close(Fd);
-  if (Data.size() > FMaxDropFileBytes) Data.resize(FMaxDropFileBytes);
+  if (Data.size() > MAX_DROP_FILE_BYTES) Data.resize(MAX_DROP_FILE_BYTES);
   // Data cut by a read error ends in a line whose end was never read: that line is left out.
   if (Failed) Data.resize(Data.find_last_of("\r\n") + 1);  // npos + 1: nothing at all
   AResult.Lines = SplitLines(Data, AMaxLines);

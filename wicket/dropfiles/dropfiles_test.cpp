@@ -51,9 +51,9 @@ struct TFormat {
   const char* Name;
   void (*Reader)(const std::string&);
 };
-const TFormat FDoor32{"DOOR32.SYS", ReadDoor32}, FDoorSys{"DOOR.SYS", ReadDoorSys};
-const TFormat FDorInfo{"DORINFO1.DEF", ReadDorInfo}, FLordInfo{"INFO.1", ReadLordInfo};
-const TFormat* const FAll[] = {&FDoor32, &FDoorSys, &FDorInfo, &FLordInfo};
+const TFormat DOOR32{"DOOR32.SYS", ReadDoor32}, DOOR_SYS{"DOOR.SYS", ReadDoorSys};
+const TFormat DOR_INFO{"DORINFO1.DEF", ReadDorInfo}, LORD_INFO{"INFO.1", ReadLordInfo};
+const TFormat* const ALL_FORMATS[] = {&DOOR32, &DOOR_SYS, &DOR_INFO, &LORD_INFO};
 
 std::string Join(const std::vector<std::string>& ALines, const std::string& AEnd) {
   std::string Result;
@@ -88,7 +88,8 @@ TEST_F(DropFiles, EmptyFileGivesEachFormatsDefaults) {
       "Alias=[] Baud=38400 Clean=0 ComNum=0 ComType=1 Emulation=ANSI Fairy=0 MaxSeconds=0 RealName=[] "
       "RecPos=0",
   };
-  for (size_t I = 0; I < 4; ++I) EXPECT_EQ(Changes(Sentinel(), Read(*FAll[I], "")), Want[I]) << FAll[I]->Name;
+  for (size_t I = 0; I < 4; ++I)
+    EXPECT_EQ(Changes(Sentinel(), Read(*ALL_FORMATS[I], "")), Want[I]) << ALL_FORMATS[I]->Name;
 }
 
 // Files holding only the listed lines (CR LF, the others empty), against the empty file: each
@@ -101,45 +102,45 @@ TEST_F(DropFiles, EachLineFillsItsOwnFieldOnly) {
     std::string Want;
   };
   const TCase Cases[] = {
-      {&FDoor32,
+      {&DOOR32,
        {"1:258", "2:$10", "3:115200", "4:BBS", "5:42", "6: John  Doe ", "7:jd", "8:255", "9:35791394", "10:0",
         "11:3"},
        "Access=255 Alias=[jd] Baud=115200 ComNum=16 ComType=2 Emulation=ASCII MaxSeconds=2147483640 Node=3 "
        "RealName=[ John  Doe ] RecPos=41"},  // type kept in 8 bits, name not trimmed, largest time
-      {&FDoor32, {"5:-2147483648", "9:35791395", "10:2"}, "MaxSeconds=2147483647 RecPos=-2147483648"},
-      {&FDoor32, {"9:-99999999"}, "MaxSeconds=-2147483648"},
-      {&FDoor32, {"9:30 "}, ""},                                              // a trailing blank: the default
-      {&FDoor32, {"6:J\x84rg\0\x1A\xFF"s}, "RealName=[J\x84rg\0\x1A\xFF]"s},  // bytes as they are
+      {&DOOR32, {"5:-2147483648", "9:35791395", "10:2"}, "MaxSeconds=2147483647 RecPos=-2147483648"},
+      {&DOOR32, {"9:-99999999"}, "MaxSeconds=-2147483648"},
+      {&DOOR32, {"9:30 "}, ""},                                              // a trailing blank: the default
+      {&DOOR32, {"6:J\x84rg\0\x1A\xFF"s}, "RealName=[J\x84rg\0\x1A\xFF]"s},  // bytes as they are
       // DOOR.SYS: the port is "COM" n ":", the last character taken as the colon.
-      {&FDoorSys,
+      {&DOOR_SYS,
        {"1:COM12:", "2:19200", "4:7", "5:2400", "10:John Doe", "15:100", "18:30", "20:gr", "26:5", "36:jd",
         "52:anything"},
        "Access=100 Alias=[jd] Baud=2400 ComNum=12 ComType=1 Emulation=ANSI MaxSeconds=30 Node=7 "
        "RealName=[John Doe] RecPos=4"},
-      {&FDoorSys, {"1:COM1:", "20:GR"}, "ComNum=1 ComType=1 Emulation=ANSI"},
-      {&FDoorSys, {"1:COM0:", "20:GR "}, ""},  // port 0: the type stays (stdio mode)
-      {&FDoorSys, {"1:COM1"}, ""},
-      {&FDoorSys, {"1:COM"}, ""},
-      {&FDoorSys, {"1:COM-5:"}, "ComNum=-5"},
+      {&DOOR_SYS, {"1:COM1:", "20:GR"}, "ComNum=1 ComType=1 Emulation=ANSI"},
+      {&DOOR_SYS, {"1:COM0:", "20:GR "}, ""},  // port 0: the type stays (stdio mode)
+      {&DOOR_SYS, {"1:COM1"}, ""},
+      {&DOOR_SYS, {"1:COM"}, ""},
+      {&DOOR_SYS, {"1:COM-5:"}, "ComNum=-5"},
       // DORINFO*.DEF: the port is "COM" n, and the speed counts only with a blank after it.
-      {&FDorInfo,
+      {&DOR_INFO,
        {"1:My BBS", "4:COM2", "5:19200 BAUD,N,8,1", "7:FIRST", "8:LAST", "10:0", "11:20", "12:45"},
        "Access=20 Alias=[FIRST] Baud=19200 ComNum=2 ComType=1 Emulation=ASCII MaxSeconds=2700 "
        "RealName=[FIRST LAST]"},
-      {&FDorInfo, {"4:COM1:", "5:19200", "7:FIRST", "10:1"}, "Alias=[FIRST] RealName=[FIRST]"},
-      {&FDorInfo, {"4:COM0", "5:fast BAUD", "8:LAST", "10:2"}, "Emulation=ASCII RealName=[ LAST]"},
-      {&FDorInfo, {"5: 2400", "12:2147483647"}, "MaxSeconds=2147483647"},
+      {&DOR_INFO, {"4:COM1:", "5:19200", "7:FIRST", "10:1"}, "Alias=[FIRST] RealName=[FIRST]"},
+      {&DOR_INFO, {"4:COM0", "5:fast BAUD", "8:LAST", "10:2"}, "Emulation=ASCII RealName=[ LAST]"},
+      {&DOR_INFO, {"5: 2400", "12:2147483647"}, "MaxSeconds=2147483647"},
       // INFO.*: the record is counted from 0 already.
-      {&FLordInfo,
+      {&LORD_INFO,
        {"1:5", "2:0", "4:fairy yes", "5:60", "6:jd", "7:FIRST", "8:LAST", "9:7", "10:9600", "12:telnet",
         "14:Clean Mode On"},
        "Alias=[jd] Baud=9600 Clean=1 ComNum=7 ComType=2 Emulation=ASCII Fairy=1 MaxSeconds=3600 "
        "RealName=[FIRST LAST] RecPos=5"},
-      {&FLordInfo,
+      {&LORD_INFO,
        {"2:1", "4:FAIRY NO", "5:40000000", "8:LAST", "12:LOCAL", "14:CLEAN MODE OFF"},
        "ComType=0 Emulation=ASCII MaxSeconds=2147483647 RealName=[ LAST]"},
-      {&FLordInfo, {"12:wc5"}, "ComType=3"},
-      {&FLordInfo, {"12:serial"}, ""},
+      {&LORD_INFO, {"12:wc5"}, "ComType=3"},
+      {&LORD_INFO, {"12:serial"}, ""},
   };
   for (const TCase& C : Cases) {
     std::vector<std::string> File;
@@ -156,28 +157,28 @@ TEST_F(DropFiles, EachLineFillsItsOwnFieldOnly) {
 TEST_F(DropFiles, LineEndsOfEveryKindReadAlike) {
   const std::vector<std::string> Sample = {
       "2", "1234", "38400", "Mystic BBS 1.12", "7", "Jane Caller", "janec", "30", "99999", "1", "2"};
-  const TDoorDropInfo Reference = Read(FDoor32, Join(Sample, "\r\n"));
-  EXPECT_NE(Changes(Read(FDoor32, ""), Reference), "");
+  const TDoorDropInfo Reference = Read(DOOR32, Join(Sample, "\r\n"));
+  EXPECT_NE(Changes(Read(DOOR32, ""), Reference), "");
   for (const std::string End : {"\n", "\r", "\r\n"}) {
     SCOPED_TRACE(testing::PrintToString(End));
-    EXPECT_EQ(Changes(Reference, Read(FDoor32, Join(Sample, End))), "");
+    EXPECT_EQ(Changes(Reference, Read(DOOR32, Join(Sample, End))), "");
     // No line end after the last line, and extra lines after the format's last.
     const std::string NoFinal = Join(Sample, End).substr(0, Join(Sample, End).size() - End.size());
-    EXPECT_EQ(Changes(Reference, Read(FDoor32, NoFinal)), "");
-    EXPECT_EQ(Changes(Reference, Read(FDoor32, Join(Sample, End) + End + "junk" + End)), "");
+    EXPECT_EQ(Changes(Reference, Read(DOOR32, NoFinal)), "");
+    EXPECT_EQ(Changes(Reference, Read(DOOR32, Join(Sample, End) + End + "junk" + End)), "");
   }
   // Mixed conventions in one file.
   std::string Mixed;
   for (size_t I = 0; I < Sample.size(); ++I)
     Mixed += Sample[I] + (I % 3 == 0 ? "\r" : I % 3 == 1 ? "\n" : "\r\n");
-  EXPECT_EQ(Changes(Reference, Read(FDoor32, Mixed)), "");
+  EXPECT_EQ(Changes(Reference, Read(DOOR32, Mixed)), "");
   // LF CR is two line ends, so everything after it moves down a line.
-  EXPECT_EQ(Read(FDoor32, "2\n\r1234\n").ComNum, -1);
+  EXPECT_EQ(Read(DOOR32, "2\n\r1234\n").ComNum, -1);
 }
 
 // A missing file, a directory (opens but can't be read): nothing changes.
 TEST_F(DropFiles, UnopenableFileChangesNothing) {
-  for (const TFormat* F : FAll) {
+  for (const TFormat* F : ALL_FORMATS) {
     EXPECT_EQ(Changes(Sentinel(), ReadPath(*F, (Dir.Path / "missing.sys").string())), "") << F->Name;
     EXPECT_EQ(Changes(Sentinel(), ReadPath(*F, Dir.Path.string())), "") << F->Name;
   }
@@ -187,17 +188,17 @@ TEST_F(DropFiles, UnopenableFileChangesNothing) {
 // and leaves the fields of the unread lines alone; nothing waits for the rest. Without a
 // writer the pipe is simply empty, and an endless device is cut off.
 TEST_F(DropFiles, ReadErrorKeepsTheLinesReadSoFar) {
-  const std::string Empty = Changes(Sentinel(), Read(FDoor32, ""));
+  const std::string Empty = Changes(Sentinel(), Read(DOOR32, ""));
   const auto Fifo = (Dir.Path / "fifo").string();
   ASSERT_EQ(mkfifo(Fifo.c_str(), 0600), 0);
-  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, Fifo)), Empty);
-  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, "/dev/zero")), Empty);
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(DOOR32, Fifo)), Empty);
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(DOOR32, "/dev/zero")), Empty);
 
   const int Writer = open(Fifo.c_str(), O_RDWR);
   ASSERT_GE(Writer, 0);
   const std::string Part = "2\r\n1234\r\n38400\r\nbbs\r\n5\r\nJane Cal";
   ASSERT_EQ(write(Writer, Part.data(), Part.size()), static_cast<ssize_t>(Part.size()));
-  EXPECT_EQ(Changes(Sentinel(), ReadPath(FDoor32, Fifo)), "Baud=38400 ComNum=1234 ComType=2 RecPos=4");
+  EXPECT_EQ(Changes(Sentinel(), ReadPath(DOOR32, Fifo)), "Baud=38400 ComNum=1234 ComType=2 RecPos=4");
   close(Writer);
 }
 

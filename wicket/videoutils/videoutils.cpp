@@ -8,15 +8,15 @@
 
 #include "crt2/crt2.h"
 
-static const int32_t kGridWidth = 80;
-static const int32_t kGridHeight = 25;
+static const int32_t GRID_WIDTH = 80;
+static const int32_t GRID_HEIGHT = 25;
 
 // The grid as far as the real console reaches.
-static int32_t GridWidth() { return std::min(kGridWidth, ScreenWidth); }
-static int32_t GridHeight() { return std::min(kGridHeight, ScreenHeight); }
+static int32_t GridWidth() { return std::min(GRID_WIDTH, ScreenWidth); }
+static int32_t GridHeight() { return std::min(GRID_HEIGHT, ScreenHeight); }
 
 static bool OnGrid(uint8_t AX, uint8_t AY) {
-  if (AX < 1 || AX > kGridWidth || AY < 1 || AY > kGridHeight) return false;
+  if (AX < 1 || AX > GRID_WIDTH || AY < 1 || AY > GRID_HEIGHT) return false;
   ConsoleInit();
   return AX <= GridWidth() && AY <= GridHeight();
 }
@@ -67,7 +67,7 @@ void FastWrite(std::string_view ALine, uint8_t AX, uint8_t AY, uint8_t AAttr) {
   TCellFrame Frame = OpenFrame(AX, AY);
   SetTextAttr(AAttr);
   // The last cell of the bottom row would scroll the screen.
-  if (AY == kGridHeight) Length = std::min<size_t>(Length, static_cast<size_t>(kGridWidth - 1 - AX + 1));
+  if (AY == GRID_HEIGHT) Length = std::min<size_t>(Length, static_cast<size_t>(GRID_WIDTH - 1 - AX + 1));
   if (AY == ScreenHeight && AX + static_cast<int32_t>(Length) - 1 >= ScreenWidth) {
     Length = static_cast<size_t>(ScreenWidth - AX);
   }
@@ -110,8 +110,8 @@ void GotoXYAbs(uint16_t AXY) {
 uint16_t WhereXYAbs() { return static_cast<uint16_t>((WhereX() - 1) + 256 * (WhereY() - 1)); }
 
 void ScreenSave(TScreenBuffer& AScreenBuffer) {
-  for (uint8_t Y = 1; Y <= kGridHeight; ++Y) {
-    for (uint8_t X = 1; X <= kGridWidth; ++X) {
+  for (uint8_t Y = 1; Y <= GRID_HEIGHT; ++Y) {
+    for (uint8_t X = 1; X <= GRID_WIDTH; ++X) {
       AScreenBuffer[Y - 1][X - 1] = {GetCharAt(X, Y), GetAttrAt(X, Y)};
     }
   }
@@ -119,16 +119,16 @@ void ScreenSave(TScreenBuffer& AScreenBuffer) {
 
 void ScreenRestore(const TScreenBuffer& AScreenBuffer) {
   TConsoleUpdate Update;
-  for (uint8_t Y = 1; Y <= kGridHeight; ++Y) {
-    for (uint8_t X = 1; X <= kGridWidth; ++X) {
+  for (uint8_t Y = 1; Y <= GRID_HEIGHT; ++Y) {
+    for (uint8_t X = 1; X <= GRID_WIDTH; ++X) {
       const TCharInfo& Cell = AScreenBuffer[Y - 1][X - 1];
       FastWrite(std::string_view(reinterpret_cast<const char*>(&Cell.Ch), 1), X, Y, Cell.Attr);
     }
   }
 }
 
-uint16_t ScreenSizeX() { return kGridWidth; }
-uint16_t ScreenSizeY() { return kGridHeight; }
+uint16_t ScreenSizeX() { return GRID_WIDTH; }
+uint16_t ScreenSizeY() { return GRID_HEIGHT; }
 
 void CursorHide() { CursorOff(); }
 void CursorShow() { CursorOn(); }
