@@ -96,7 +96,7 @@ TEST(ExampleDoor, WholeSessionsOnASocketAndOnPipes) {
       EXPECT_EQ(Seen.find("Idle:"), std::string::npos);
       continue;
     }
-    EXPECT_EQ(Seen.find(kDoorLinkAnnouncements + "\x1b[2J\x1b[1;1f"), 0u);
+    EXPECT_EQ(Seen.find(DOOR_LINK_ANNOUNCEMENTS + "\x1b[2J\x1b[1;1f"), 0u);
     // The sysop's console showed the status bar (drawn before each menu).
     EXPECT_NE(Door.Console.find("Wicket example door"), std::string::npos) << Door.Console;
     EXPECT_NE(Door.Console.find("Idle: 00:0"), std::string::npos) << Door.Console;

@@ -28,7 +28,7 @@
 #include "door/doorstate.h"
 
 // The two telnet announcements the link sends when it opens.
-inline const std::string kDoorLinkAnnouncements("\xFF\xFB\x00\xFF\xFB\x01", 6);
+inline const std::string DOOR_LINK_ANNOUNCEMENTS("\xFF\xFB\x00\xFF\xFB\x01", 6);
 
 inline double MonotonicMs() {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
@@ -180,7 +180,7 @@ struct TDoorRun {
     if (!AOptions.OnLink) return;
     std::string Opening;  // two sends, one packet each on SOCK_SEQPACKET
     for (int I = 0; I < 6 && Opening.size() < 6; ++I) Opening += ReadPacket(Caller, 5000, 6 - Opening.size());
-    EXPECT_EQ(HexBytes(Opening), HexBytes(kDoorLinkAnnouncements));
+    EXPECT_EQ(HexBytes(Opening), HexBytes(DOOR_LINK_ANNOUNCEMENTS));
   }
   TDoorRun(const TDoorRun&) = delete;
   TDoorRun& operator=(const TDoorRun&) = delete;

@@ -131,7 +131,7 @@ TEST(DoorStartup, ChoosesTheModeInItsOrder) {
     EXPECT_EQ(FinishDoor(Door), 0) << Case.What;
     EXPECT_EQ(Door.Report, Case.Report) << Case.What;
     // A socket run announces telnet and clears the caller's screen; no other run says a word.
-    EXPECT_EQ(Door.Heard, Case.Report[0] == '0' ? kDoorLinkAnnouncements + CLEAR_SCREEN : "") << Case.What;
+    EXPECT_EQ(Door.Heard, Case.Report[0] == '0' ? DOOR_LINK_ANNOUNCEMENTS + CLEAR_SCREEN : "") << Case.What;
   }
 }
 
@@ -162,7 +162,7 @@ TEST(DoorStartup, StopsWithAMessageOnTheLocalConsoleOnly) {
       {"a directory", Starting("-D{drop}", D), NotSupported + D + "/\n\n", "", NoLog + D + "/\n"},
       {"a negative handle below -1", Starting("-D{drop}", D, "DOOR32.SYS", Door32("2", "-3")),
        "\n  Invalid comm number: -3\n\n", "", "doorstartup_test: node 4: Invalid comm number: -3\n"},
-      {"no carrier on the link", CarrierGone, "\n  No Carrier Detected\n\n", kDoorLinkAnnouncements,
+      {"no carrier on the link", CarrierGone, "\n  No Carrier Detected\n\n", DOOR_LINK_ANNOUNCEMENTS,
        "doorstartup_test: node 1: No Carrier Detected\n"},
   };
   const std::string Log = D + "/log";
@@ -212,7 +212,7 @@ TEST(DoorStartup, StampsTimesAfterTheLoginAndDerivesTheNames) {
 void OldHandler() { DoorReport("old handler;"); }
 
 TEST(DoorExitHandler, RunsOnEveryWayOutAndChainsToTheOldOne) {
-  const std::string Socket = kDoorLinkAnnouncements + CLEAR_SCREEN;
+  const std::string Socket = DOOR_LINK_ANNOUNCEMENTS + CLEAR_SCREEN;
   const struct {
     const char* What;
     std::string Option;  // before -N1
@@ -265,7 +265,7 @@ TEST(DoorShutdown, LeavesTheBbsCopyOfTheSocketUsable) {
       {.KeepBbsCopy = true});
   EXPECT_EQ(FinishDoor(Door), 0);
   EXPECT_EQ(Door.Report, "options=0");
-  EXPECT_EQ(Door.Heard, kDoorLinkAnnouncements + CLEAR_SCREEN + "bye");
+  EXPECT_EQ(Door.Heard, DOOR_LINK_ANNOUNCEMENTS + CLEAR_SCREEN + "bye");
   EXPECT_FALSE(Door.CallerClosed);  // the BBS still holds the connection
   // The BBS goes on talking to its caller, both ways.
   std::string AtCaller, AtBbs;
