@@ -2,6 +2,8 @@
 // from telnet commands, so that the translation never touches the door's negotiation.
 #include "hostcp437.h"
 
+#include "stringutils/strbasics.h"
+
 namespace {
 
 constexpr uint8_t IAC = 0xFF;
@@ -10,19 +12,6 @@ constexpr uint8_t SE = 0xF0;
 constexpr uint8_t WILL = 0xFB;  // WILL, WONT, DO and DONT (0xFB to 0xFE) each take an option
 
 enum : uint8_t { tsText, tsIac, tsOption, tsSub, tsSubIac };
-
-void AppendUtf8(std::string& AOut, uint16_t ACodePoint) {
-  if (ACodePoint < 0x80) {
-    AOut += static_cast<char>(ACodePoint);
-  } else if (ACodePoint < 0x800) {
-    AOut += static_cast<char>(0xC0 | (ACodePoint >> 6));
-    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
-  } else {
-    AOut += static_cast<char>(0xE0 | (ACodePoint >> 12));
-    AOut += static_cast<char>(0x80 | ((ACodePoint >> 6) & 0x3F));
-    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
-  }
-}
 
 void AppendText(std::string& AOut, uint8_t AByte) {
   if (AByte < 0x80)

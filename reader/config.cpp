@@ -44,24 +44,6 @@ void PresetConfig() {
   MaxItems = 50;
 }
 
-void AppendUtf8(std::string& AOut, uint32_t ACodePoint) {
-  if (ACodePoint < 0x80) {
-    AOut += static_cast<char>(ACodePoint);
-  } else if (ACodePoint < 0x800) {
-    AOut += static_cast<char>(0xC0 | (ACodePoint >> 6));
-    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
-  } else if (ACodePoint < 0x10000) {
-    AOut += static_cast<char>(0xE0 | (ACodePoint >> 12));
-    AOut += static_cast<char>(0x80 | ((ACodePoint >> 6) & 0x3F));
-    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
-  } else {
-    AOut += static_cast<char>(0xF0 | (ACodePoint >> 18));
-    AOut += static_cast<char>(0x80 | ((ACodePoint >> 12) & 0x3F));
-    AOut += static_cast<char>(0x80 | ((ACodePoint >> 6) & 0x3F));
-    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
-  }
-}
-
 // UTF-16 (without its mark) as UTF-8; see ParseConfigText for the rules.
 std::string Utf16ToUtf8(std::string_view ABytes, bool ABigEndian) {
   const size_t Units = ABytes.size() / 2;  // an odd last byte is no code unit

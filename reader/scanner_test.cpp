@@ -6,8 +6,8 @@
 #include <climits>
 
 #include "config.h"
-#include "testsupport.h"
 #include "stringutils/textlines.h"
+#include "testsupport.h"
 
 using namespace std::string_literals;
 

@@ -94,3 +94,21 @@ int32_t SaturateToInt32(int64_t AValue) {
   if (AValue < std::numeric_limits<int32_t>::min()) return std::numeric_limits<int32_t>::min();
   return static_cast<int32_t>(AValue);
 }
+
+void AppendUtf8(std::string& AOut, uint32_t ACodePoint) {
+  if (ACodePoint < 0x80) {
+    AOut += static_cast<char>(ACodePoint);
+  } else if (ACodePoint < 0x800) {
+    AOut += static_cast<char>(0xC0 | (ACodePoint >> 6));
+    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
+  } else if (ACodePoint < 0x10000) {
+    AOut += static_cast<char>(0xE0 | (ACodePoint >> 12));
+    AOut += static_cast<char>(0x80 | ((ACodePoint >> 6) & 0x3F));
+    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
+  } else {
+    AOut += static_cast<char>(0xF0 | (ACodePoint >> 18));
+    AOut += static_cast<char>(0x80 | ((ACodePoint >> 12) & 0x3F));
+    AOut += static_cast<char>(0x80 | ((ACodePoint >> 6) & 0x3F));
+    AOut += static_cast<char>(0x80 | (ACodePoint & 0x3F));
+  }
+}

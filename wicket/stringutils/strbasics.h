@@ -36,3 +36,7 @@ std::string UpperCaseAscii(std::string_view AText);
 // AValue when it fits 32 bits, otherwise the nearer of -2147483648 and 2147483647: limits
 // computed in 64 bits land there instead of wrapping round to the opposite sign.
 int32_t SaturateToInt32(int64_t AValue);
+
+// Appends the UTF-8 form of ACodePoint (at most 0x10FFFF; surrogates are the caller's to
+// keep out): one to four bytes.
+void AppendUtf8(std::string& AOut, uint32_t ACodePoint);
