@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr size_t MAX_INPUT = 65536;  // well within the socket's buffer
+constexpr size_t MAX_INPUT_BYTES = 65536;  // well within the socket's buffer
 constexpr size_t RECEIVE_BLOCK = 1024;
 
 int GCaller = -1;
@@ -59,7 +59,7 @@ std::vector<TKey> Expected(const std::string& AWire) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize) {
-  if (ASize > MAX_INPUT) return 0;
+  if (ASize > MAX_INPUT_BYTES) return 0;
   OpenLinkOnce();
   const std::string Wire = std::string(reinterpret_cast<const char*>(AData), ASize) + "ZZ";
   const std::vector<TKey> Keys = Expected(Wire);

@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr size_t MAX_INPUT = 4096;  // keeps one run short
+constexpr size_t MAX_INPUT_BYTES = 4096;  // keeps one run short
 
 int GCaller = -1;
 std::mutex GShownLock;  // held around every receive, so that the bytes keep their order
@@ -81,7 +81,7 @@ std::string Doubled(const std::string& AText) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize) {
-  if (ASize == 0 || ASize > MAX_INPUT) return 0;
+  if (ASize == 0 || ASize > MAX_INPUT_BYTES) return 0;
   OpenLinkOnce();
   Drain();
   const uint8_t Switches = AData[0];
