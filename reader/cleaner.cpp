@@ -196,6 +196,15 @@ void TrimInPlace(std::string& AText) {
 // The pattern steps as plain scans. Each returns false, leaving AOut alone, when the pattern
 // has no match; otherwise AOut holds the text with every match replaced.
 
+// A scan writes AOut only from its first replacement on: until then AOut is left alone and the
+// text stands as it was, so a field with nothing to replace costs no copy.
+inline void StartCopyOnce(std::string& AOut, bool& AChanged, size_t ACapacity) {
+  if (AChanged) return;
+  AOut.clear();
+  AOut.reserve(ACapacity);
+  AChanged = true;
+}
+
 // The named-entity rows in one walk over the "&"s, with the result of running each row over
 // the whole text in turn. Each entity holds exactly one "&", its first byte, and one ";",
 // its last, so no two occurrences in the text overlap and each "&" starts at most one. The
@@ -225,11 +234,7 @@ bool DecodeEntityNames(std::string_view AText, std::string& AOut) {
       Amp = FindByte(AText, '&', Amp + 1);
       continue;
     }
-    if (!Changed) {
-      AOut.clear();
-      AOut.reserve(AText.size());
-      Changed = true;
-    }
+    StartCopyOnce(AOut, Changed, AText.size());
     AOut.append(AText.substr(Pos, Amp - Pos));
     Pos = Amp + Entity->From.size();
     const TLiteralRow* Next = Entity == &NAMED_ENTITIES[AMP_ROW] ? EntityAt(Pos, AMP_ROW + 1, 1) : nullptr;
@@ -264,11 +269,7 @@ bool ScanNumericEntities(std::string_view AText, std::string& AOut) {
       Hit = FindBytes(AText, "&#", Hit + 2);
       continue;
     }
-    if (!Changed) {
-      AOut.clear();
-      AOut.reserve(AText.size());
-      Changed = true;
-    }
+    StartCopyOnce(AOut, Changed, AText.size());
     AOut.append(AText.substr(Pos, Hit - Pos));
     AOut += EntityByte(AText.substr(Hit + 2, DigitsEnd - Hit - 2));
     Pos = DigitsEnd + 1;
@@ -288,11 +289,7 @@ bool ScanTags(std::string_view AText, std::string& AOut) {
     if (Open == NOT_FOUND) break;
     const size_t Close = FindByte(AText, '>', Open + 1);
     if (Close == NOT_FOUND) break;
-    if (!Changed) {
-      AOut.clear();
-      AOut.reserve(AText.size());
-      Changed = true;
-    }
+    StartCopyOnce(AOut, Changed, AText.size());
     AOut.append(AText.substr(Pos, Open - Pos));
     Pos = Close + 1;
   }
@@ -320,11 +317,7 @@ bool ScanStopCapitals(std::string_view AText, std::string& AOut) {
   size_t Stop = FindByte(AText, '.', 0);
   while (Stop != NOT_FOUND) {
     if (Stop + 1 < AText.size() && IsUpper(AText[Stop + 1])) {
-      if (!Changed) {
-        AOut.clear();
-        AOut.reserve(AText.size() + 64);
-        Changed = true;
-      }
+      StartCopyOnce(AOut, Changed, AText.size() + 64);
       AOut.append(AText.substr(Pos, Stop + 1 - Pos)).append(" ");
       Pos = Stop + 1;
       Stop = FindByte(AText, '.', Stop + 2);  // the capital is no full stop
@@ -382,11 +375,7 @@ bool ScanLabel(TCleanPattern APattern, std::string_view AText, std::string& AOut
   size_t Pos = 0;
   size_t Start, End;
   while (NextLabelMatch(APattern, AText, Pos, Start, End)) {
-    if (!Changed) {
-      AOut.clear();
-      AOut.reserve(AText.size());
-      Changed = true;
-    }
+    StartCopyOnce(AOut, Changed, AText.size());
     AOut.append(AText.substr(Pos, Start - Pos));
     Pos = End;
   }
