@@ -17,7 +17,7 @@ using TEnv = std::vector<std::pair<std::string, std::string>>;
 
 // A door side that writes the drop file ADrop (ALines, each ended by CR LF, "{fd}" standing for
 // the door's end of the link) and runs wicket-example with AArguments, "{fd}" filled in the same,
-// and with AEnv in its environment (the rig has turned the stop pauses off).
+// and with AEnv in its environment (the rig has turned the stop pauses and the last-line wait off).
 std::function<void(int)> Example(std::vector<std::string> AArguments, const std::string& ADrop = "",
                                  const std::vector<std::string>& ALines = {}, const TEnv& AEnv = {}) {
   return [=](int ADoorFd) mutable {
@@ -382,7 +382,7 @@ TEST(ExampleDoor, SocketRunEndsInOrderOnSignalsAndWhenTheCallerStopsReading) {
 // The goodbye of a normal end reaches a caller who reads only after the door has begun to exit:
 // the door waits for its output to leave before it lets go of the link.
 TEST(ExampleDoor, TheLastWordsWaitForASlowCaller) {
-  TDoorRun Door(Example({"-N1", "-S{fd}"}), AS_BBS);
+  TDoorRun Door(Example({"-N1", "-S{fd}"}, "", {}, {{"WICKET_DRAIN_MS", "2000"}}), AS_BBS);
   std::string Seen;
   PlaySession(Seen, "", "Ann\r", "Ann", Door.Caller, Door.Caller, false);
   usleep(500000);

@@ -509,7 +509,7 @@ TEST(BbsSocketLink, LastLineReachesASlowCallerBeforeTheDoorEnds) {
   TSite Site;
   Site.Server.Response = "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n";
   TDoor Door;
-  StartDoor(Door, Site.Dir.Path, ckPipes, {"-S{fd}", "-N3", "@tamblin.cfg"});
+  StartDoor(Door, Site.Dir.Path, ckPipes, {"-S{fd}", "-N3", "@tamblin.cfg"}, {}, {"WICKET_DRAIN_MS=2000"});
   std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // the caller reads nothing yet
   EXPECT_EQ(waitpid(Door.Pid, nullptr, WNOHANG), 0) << "the door ended before its caller read the last line";
   EXPECT_TRUE(PumpUntilOnWire(Door, "Error fetching RSS: Unexpected response status code: 404\r\n"));

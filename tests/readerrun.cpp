@@ -60,14 +60,16 @@ std::string SettingsText(const std::string& AUrl, const std::string& ASkin,
 }
 
 std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExtra) {
-  std::vector<std::string> Set = {"WICKET_STOP_PAUSE_MS=0"};
-  Set.insert(Set.end(), AExtra.begin(), AExtra.end());
-  // A variable set here replaces the test's own: the first of two would win.
+  // A variable set here replaces the test's own, and AExtra replaces the rig's: the first of
+  // two would win.
+  std::vector<std::string> Set = AExtra;
   const auto IsSet = [&](std::string_view AVar) {
     for (const std::string& S : Set)
       if (AVar.substr(0, AVar.find('=') + 1) == S.substr(0, S.find('=') + 1)) return true;
     return false;
   };
+  for (const char* Rig : {"WICKET_STOP_PAUSE_MS=0", "WICKET_DRAIN_MS=0"})
+    if (!IsSet(Rig)) Set.push_back(Rig);
   std::vector<std::string> Env;
   for (char** Var = environ; *Var != nullptr; ++Var)
     if (!IsSet(*Var)) Env.push_back(*Var);

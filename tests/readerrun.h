@@ -29,8 +29,8 @@ struct TReaderRunResult {
 };
 
 // The environment every tamblin run of the tests gets: the test's own, with the door's local
-// pauses (2.5 s at each stop) turned off, and AExtra ("NAME=value" each) in place of any
-// variable of the same name.
+// pauses (2.5 s at each stop) and its wait for a caller who doesn't read the last line turned off, and AExtra
+// ("NAME=value" each) in place of any variable of the same name.
 std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExtra = {});
 // The same as the pointer array execve takes; valid while AEnvironment lives.
 std::vector<char*> EnvironmentPointers(std::vector<std::string>& AEnvironment);

@@ -70,13 +70,22 @@ void DoorLogEnd(const std::string& AReason) {
   closelog();
 }
 
+// A length in milliseconds from the environment, 0 to 65535; ADefault when it is unset or not
+// such a number.
+static uint16_t EnvironmentMs(const char* AName, uint16_t ADefault) {
+  const char* Value = std::getenv(AName);
+  if (Value == nullptr || *Value == '\0') return ADefault;
+  char* End = nullptr;
+  const long Ms = std::strtol(Value, &End, 10);
+  return *End == '\0' && Ms >= 0 && Ms <= 65535 ? static_cast<uint16_t>(Ms) : ADefault;
+}
+
 uint16_t DoorStopPauseMs() {
-  static const uint16_t Pause = [] {
-    const char* Value = std::getenv("WICKET_STOP_PAUSE_MS");
-    if (Value == nullptr || *Value == '\0') return uint16_t{2500};
-    char* End = nullptr;
-    const long Ms = std::strtol(Value, &End, 10);
-    return *End == '\0' && Ms >= 0 && Ms <= 65535 ? static_cast<uint16_t>(Ms) : uint16_t{2500};
-  }();
+  static const uint16_t Pause = EnvironmentMs("WICKET_STOP_PAUSE_MS", 2500);
   return Pause;
+}
+
+uint16_t DoorDrainMs() {
+  static const uint16_t Drain = EnvironmentMs("WICKET_DRAIN_MS", 2000);
+  return Drain;
 }

@@ -33,3 +33,8 @@ void DoorLogEnd(const std::string& AReason);
 // time-up handlers, the start-up failures): WICKET_STOP_PAUSE_MS from the environment, read once,
 // 2500 ms when it is not set. Tests turn it down.
 uint16_t DoorStopPauseMs();
+
+// The longest wait at the end of a link run for its last output to reach a caller who reads
+// slowly, before the link is let go: WICKET_DRAIN_MS from the environment, read once, 2000 ms
+// when it is not set. Tests whose caller never reads turn it down.
+uint16_t DoorDrainMs();

@@ -156,9 +156,10 @@ struct TDoorRun {
       if (Out[1] > STDOUT_FILENO && Out[1] != In[0]) close(Out[1]);
       GDoorReportFd = Rep[1];
       stdout = stderr;  // the framework's words from the child stay out of the door's console
-      // No test sleeps through a stop's pause or writes to the machine's system log, unless it
-      // sets these itself.
+      // No test sleeps through a stop's pause, waits out the end of a run for a caller who never
+      // reads, or writes to the machine's system log, unless it sets these itself.
       setenv("WICKET_STOP_PAUSE_MS", "0", 0);
+      setenv("WICKET_DRAIN_MS", "0", 0);
       setenv("WICKET_LOG_FILE", "/dev/null", 0);
       if (AOptions.OnLink) {
         StdIO = false;

@@ -25,9 +25,6 @@ TDoorProc DoorExitProc = nullptr;
 
 namespace {
 
-// The longest wait at the end of a run for the last output to leave.
-constexpr int32_t DRAIN_MS = 2000;
-
 // Set once DoorClose has closed the link: the descriptor number may belong to something else
 // by the time the exit handler runs, so nothing may be written to it or closed again.
 bool FLinkClosed = false;
@@ -251,7 +248,7 @@ void DoorClose(bool ADisconnect) {
   FLinkClosed = true;
   // The last words first: a BBS that takes the line back (or closes it with keys unread) at
   // once would cut them off. Bounded, and not at all when the caller is gone.
-  CommDrainOutput(DRAIN_MS);
+  CommDrainOutput(DoorDrainMs());
   CommClose(ADisconnect);
 }
 
