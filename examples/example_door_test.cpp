@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "door/doorlink_testutil.h"
@@ -210,18 +212,26 @@ TEST(ExampleDoor, CarrierLossEndsTheRunWithCodeZero) {
 // them in bright white on a clear screen, then the exit handler leaves the caller's terminal in
 // grey at the bottom left.
 TEST(ExampleDoor, IdleAndTimeLimitsFromADoorSysEndTheRun) {
-  for (const auto& [Idle, Seconds, Message] :
-       {std::tuple{"-I1", "60", "  Idle Time Limit Exceeded.  Returning To BBS...\r\n"},
-        {"", "2", "  Your Time Has Expired.  Returning To BBS...\r\n"}}) {
-    TTempDir Dir;
-    const std::string Drop = (Dir.Path / "DOOR.SYS").string();
+  const std::tuple<const char*, const char*, std::string> Cases[] = {
+      {"-I1", "60", "  Idle Time Limit Exceeded.  Returning To BBS...\r\n"},
+      {"", "2", "  Your Time Has Expired.  Returning To BBS...\r\n"}};
+  // Each run waits out its seconds, so the two run side by side.
+  std::vector<std::unique_ptr<TTempDir>> Dirs;
+  std::vector<std::unique_ptr<TDoorRun>> Doors;
+  for (const auto& [Idle, Seconds, Message] : Cases) {
+    Dirs.push_back(std::make_unique<TTempDir>());
+    const std::string Drop = (Dirs.back()->Path / "DOOR.SYS").string();
     std::vector<std::string> Lines(52);
     Lines[0] = "COM{fd}:";
     Lines[3] = "2";
     Lines[9] = "Sam Caller";
     Lines[17] = Seconds;
     Lines[19] = "GR";
-    TDoorRun Door(Example({Idle, "-D" + Drop}, Drop, Lines), AS_BBS);
+    Doors.push_back(std::make_unique<TDoorRun>(Example({Idle, "-D" + Drop}, Drop, Lines), AS_BBS));
+  }
+  for (size_t I = 0; I < std::size(Cases); ++I) {
+    const std::string& Message = std::get<2>(Cases[I]);
+    TDoorRun& Door = *Doors[I];
     std::string Seen;
     ASSERT_TRUE(WaitFor(Door.Caller, Seen, "Your name:")) << Message;
     EXPECT_NE(Seen.find("node 2"), std::string::npos) << Message;
