@@ -222,11 +222,7 @@ bool CommPeerGone() {
 void CommAddHangupWatch(std::vector<pollfd>& APoll) { APoll.push_back({FCommNumber, POLLRDHUP, 0}); }
 
 void CommDrainOutput(int32_t ATimeoutMs) {
-  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
-  int Queued = 0;
-  while (!CallerKnownGone() && ioctl(FCommNumber, SIOCOUTQ, &Queued) == 0 && Queued > 0 &&
-         std::chrono::steady_clock::now() < Deadline)
-    Delay(10);
+  ConsoleWaitOutputQueueEmpty(FCommNumber, SIOCOUTQ, ATimeoutMs, CallerKnownGone);
 }
 
 bool CommWaitForData(int32_t ATimeoutMs) {

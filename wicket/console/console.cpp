@@ -157,9 +157,14 @@ void ConsoleRestoreTerminal() {
 // (output failed, input ended, SIGHUP).
 static void DrainTerminal() {
   if (OutputRedir || FOutputLost || FEndSignal == SIGHUP || ConsoleInputEnded()) return;
-  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(2000);
+  ConsoleWaitOutputQueueEmpty(1, TIOCOUTQ, 2000);
+}
+
+void ConsoleWaitOutputQueueEmpty(int AFd, unsigned long AQueueRequest, int32_t ATimeoutMs, bool (*AStop)()) {
+  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ATimeoutMs);
   int Queued = 0;
-  while (ioctl(1, TIOCOUTQ, &Queued) == 0 && Queued > 0 && std::chrono::steady_clock::now() < Deadline)
+  while ((AStop == nullptr || !AStop()) && ioctl(AFd, AQueueRequest, &Queued) == 0 && Queued > 0 &&
+         std::chrono::steady_clock::now() < Deadline)
     Delay(10);
 }
 

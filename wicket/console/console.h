@@ -203,3 +203,10 @@ extern void (*ConsoleOnInputEnd)();
 // Waits AMilliseconds; an end request that comes during the wait ends it early (one already
 // pending does not). The one sleep of the library.
 void Delay(uint16_t AMilliseconds);
+
+// Sleeps 10 ms at a time until the kernel has sent what AFd still holds (the count the ioctl
+// AQueueRequest reports: TIOCOUTQ for a terminal, SIOCOUTQ for a socket), the query fails,
+// ATimeoutMs have passed, or AStop (when given) says the bytes can't leave any more. For the
+// last words of a run, which must not be cut off by the process ending under them.
+void ConsoleWaitOutputQueueEmpty(int AFd, unsigned long AQueueRequest, int32_t ATimeoutMs,
+                                 bool (*AStop)() = nullptr);
