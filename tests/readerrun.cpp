@@ -92,7 +92,7 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   if (ASetup.Link == rlSocket && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, Link) != 0) {
     throw std::runtime_error("socketpair failed");
   }
-  const std::string Program = (BuildDir() / "tamblin").string();
+  const std::string Program = (BuildDir() / ASetup.Program).string();
   std::vector<std::string> Args = {Program};
   Args.push_back(ASetup.Link == rlSocket ? "-S" + std::to_string(CHILD_LINK_FD) : "-S-1");
   Args.push_back("-N1");
@@ -103,7 +103,9 @@ TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup) {
   const std::string Dir = ASetup.WorkDir.string();
   const std::filesystem::path Log = ASetup.WorkDir / "door.log";
   std::filesystem::remove(Log);
-  std::vector<std::string> Env = TamblinEnvironment({"WICKET_LOG_FILE=" + Log.string()});
+  std::vector<std::string> Extra = ASetup.Environment;
+  Extra.push_back("WICKET_LOG_FILE=" + Log.string());
+  std::vector<std::string> Env = TamblinEnvironment(Extra);
   const std::vector<char*> Envp = EnvironmentPointers(Env);
 
   const double Start = NowMs();

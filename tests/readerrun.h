@@ -16,6 +16,8 @@ struct TReaderRunSetup {
   std::string Keys;               // what the caller types, sent at once
   TReaderLink Link = rlStdio;
   int TimeoutMs = 20000;  // the run is killed after this
+  std::string Program = "tamblin";      // which program of the build folder runs
+  std::vector<std::string> Environment;  // "NAME=value" each, over the rig's own
 };
 
 struct TReaderRunResult {
@@ -35,7 +37,7 @@ std::vector<std::string> TamblinEnvironment(const std::vector<std::string>& AExt
 // The same as the pointer array execve takes; valid while AEnvironment lives.
 std::vector<char*> EnvironmentPointers(std::vector<std::string>& AEnvironment);
 
-// Starts BuildDir()/"tamblin" as the setup says and waits for it to end.
+// Starts BuildDir()/ASetup.Program as the setup says and waits for it to end.
 TReaderRunResult RunTamblin(const TReaderRunSetup& ASetup);
 
 // A settings file of eleven lines: the feed URL, the skin and nine numbers or flags as given
