@@ -293,6 +293,58 @@ TEST(ConsoleWriteRaw, PassesBytesAndFollowsThem) {
   }
 }
 
+// The shadow follows the door's own ANSI text the way a terminal would: each row starts from a
+// cleared screen with the cursor at home; the report is rows 1 and 2 (columns 1-8), the cursor,
+// and the attributes of cells (1,1) and (2,1).
+TEST(ConsoleWriteRaw, FollowsSequencesLikeATerminal) {
+  const struct {
+    std::string Bytes;
+    const char* Want;
+  } Cases[] = {
+      {"abcdefgh\x1b[1;3H\x1b[K", "ab      /         3,1 7 7"},
+      {"abcdefgh\x1b[1;3H\x1b[1K", "   defgh/         3,1 7 7"},
+      {"abcdefgh\x1b[1;3H\x1b[2K", "        /         3,1 7 7"},
+      {"abcdefgh\r\nijk\x1b[1;3H\x1b[J", "ab      /         3,1 7 7"},
+      {"abcdefgh\r\nijk\x1b[2;2H\x1b[1J", "        /  k      2,2 7 7"},
+      {"abcdefgh\r\nijk\x1b[3J", "        /         4,2 7 7"},
+      {"abcdefgh\x1b[1;3H\x1b[2@", "ab  cdef/         3,1 7 7"},
+      {"abcdefgh\x1b[1;3H\x1b[2P", "abefgh  /         3,1 7 7"},
+      {"abcdefgh\x1b[1;3H\x1b[3X", "ab   fgh/         3,1 7 7"},
+      {"ab\r\ncd\x1b[1;5H\x1b[L", "        /ab       1,1 7 7"},
+      {"ab\r\ncd\x1b[1;5H\x1b[M", "cd      /         1,1 7 7"},
+      {"x\x1b[2;4H\x1b[s\x1b[H\x1b[uy\x1b"
+       "7\x1b[H\x1b"
+       "8z",
+       "x       /   yz    6,2 7 7"},
+      {"a\x1b[5Cb\x1b[3Dc\x1b[Ad\x1b[2Be\x1b[1Ff\x1b[E", "a   cdb /f        1,3 7 7"},
+      {"\x1b[2;3fa\x1b[5Gb\x1b[d"
+       "c\x1b[7`d",
+       "     cd /  a b    8,1 7 7"},
+      {"\tx\x1b[H\by\x0by\rz\x0cw", "y       /zy       3,3 7 7"},
+      {"\x1b[1;33;44ma\x1b[0;95;101mb\r\n\x1b[7mc\x1b[5;22;25m", "ab      /c        2,2 30 92"},
+      {"\x1b[92mx\x1b[39;49;1;5mx\x1b[38;5;1mq\r\n\x1b[1m\x1b[100md", "xxq     /d        2,2 10 143"},
+      {"\x1b[?25la\x1b(Bb\x1b[1 qc\x1b#8d\x1b[12\x18"
+       "e",
+       "abcde   /         6,1 7 7"},
+      {"a\x1b[2\x08;1Hb", "a       /b        2,2 7 7"},
+  };
+  std::string Want;
+  for (const auto& Case : Cases) Want += std::string(Case.Want) + "|";
+  TChildRun Run = RunConsoleChild(OnPipes(), [&] {
+    ConsoleInit();
+    std::string Report;
+    for (const auto& Case : Cases) {
+      ConsoleWriteRaw("\x1b[0m\x1b[2J\x1b[H");
+      ConsoleWriteRaw(Case.Bytes);
+      Report += Say({ShadowText(1, 1, 8) + "/" + ShadowText(2, 1, 8), Cursor(), ShadowAttr(1, 1),
+                     ShadowAttr(1, 2)}) +
+                "|";
+    }
+    return Report;
+  });
+  EXPECT_EQ(Run.Report, Want);
+}
+
 TEST(ConsoleKeys, DecodesCursorAndFunctionKeysToScanCodes) {
   TChildOptions Options;
   Options.Input = std::string(
