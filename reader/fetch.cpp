@@ -29,6 +29,7 @@
 #include "stringutils/strbasics.h"
 
 int FetchIoTimeoutMs = 30000;
+int FetchConnectTimeoutMs = 3000;
 size_t FetchMaxResponseBytes = 32u << 20;
 bool FetchVerifyPeer = false;
 TFetchAddWatch FetchAddWatch = nullptr;
@@ -480,7 +481,7 @@ void ConnectTcp(TConnection& AConn, in_addr AAddress, uint16_t APort, const std:
   Peer.sin_port = htons(APort);
   Peer.sin_addr = AAddress;
   const auto Deadline =
-      std::min(AConn.Deadline, TClock::now() + std::chrono::milliseconds(FETCH_CONNECT_TIMEOUT_MS));
+      std::min(AConn.Deadline, TClock::now() + std::chrono::milliseconds(FetchConnectTimeoutMs));
   for (;;) {
     if (connect(AConn.Fd, reinterpret_cast<const sockaddr*>(&Peer), sizeof Peer) == 0) break;
     // An interrupted connect goes on in the kernel; asking again reports EALREADY.

@@ -109,8 +109,8 @@ extern int FetchIoTimeoutMs;
 // The most bytes a response may have, status line and headers included. Program-wide; tests
 // lower it.
 extern size_t FetchMaxResponseBytes;
-// How long the TCP connect may take.
-constexpr int FETCH_CONNECT_TIMEOUT_MS = 3000;
+// How long the TCP connect may take, 3 s. Program-wide; tests shorten it.
+extern int FetchConnectTimeoutMs;
 // Whether an https fetch checks whom it talks to: the server's certificate chain against the
 // system's trust store (OpenSSL's default paths, so SSL_CERT_FILE and SSL_CERT_DIR name another
 // one) and the certificate's names against the URL's host, or its addresses when the host is a
