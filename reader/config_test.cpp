@@ -63,6 +63,9 @@ TEST(LoadConfig, ShortFilesKeepThePresetsOfTheLinesTheyLack) {
   EXPECT_EQ(Load(FullFile(12)), FULL);
   EXPECT_EQ(Load(FullFile(8)),
             (TSettings{"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 15, 1, 50}));
+  EXPECT_EQ(Load(FullFile(9)),
+            (TSettings{"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 6, 1, 50}));
+  EXPECT_EQ(Load(FullFile(11)), FULL);
   EXPECT_EQ(Load(FullFile(10)),
             (TSettings{"http://example.com/rss", "blue.ans", 1, 2, 3, 4, 5, true, 6, 0, 50}));
   EXPECT_EQ(Load("  http://x/feed  "), (TSettings{"http://x/feed", "", 7, 15, 11, 14, 14, false, 15, 1, 50}));
@@ -145,6 +148,8 @@ TEST(LoadConfig, ByteOrderMarksAreDecodedAndNotPartOfLineOne) {
   // A lone surrogate becomes U+FFFD; an odd last byte is dropped.
   EXPECT_EQ(Load("\xFF\xFEg\0\x00\xD8h\0x"s).Url, "g\xEF\xBF\xBDh");
   EXPECT_EQ(Load("\xFE\xFF").Url, "");
+  // The last code point there is, from the highest pair of surrogates.
+  EXPECT_EQ(Load(Utf16(u"\U0010FFFF", true)).Url, "\xF4\x8F\xBF\xBF");
 }
 
 TEST(LoadConfig, StopsReadingADeviceNamedByMistake) {

@@ -81,12 +81,13 @@ const struct {
        return Say({BeforeSave, After("\x1b[u"), After("\x1b[2;2H\x1b[s\x1b[9;9H\x1b[s\x1b[u")});
      }},
     {"colours; low video with a background gives the console's blink",
-     "12/12 12 4/4 22/22 150/150 22/22 150/150 7/7",
+     "12/12 12 4/4 22/22 150/150 22/22 150/150 112/112 7/7 7/7",
      [] {
        SetTextAttr(0x07);
        return Say({After("\x1b[1;31ma", Attrs), ShadowAttr(1, 1), After("\x1b[0;31m", Attrs),
                    After("\x1b[44;33m", Attrs), After("\x1b[5m", Attrs), After("\x1b[25m", Attrs),
-                   After("\x1b[22m", Attrs), After("\x1b[0m\x1b[2;3;4;21;24;38;39;48;99m", Attrs)});
+                   After("\x1b[22m", Attrs), After("\x1b[0;47;30m", Attrs), After("\x1b[40;37m", Attrs),
+                   After("\x1b[0m\x1b[2;3;4;21;24;38;39;48;99m", Attrs)});
      }},
     {"reverse drops bright and twice gives back; conceal, and a second one saves 0",
      "97/97 22/22 0/0 22/22 0/0",
