@@ -93,6 +93,8 @@ TEST(DisplaySkin, OnlyRegularFilesInsideSkinsAreShown) {
   WriteWholeFile("skins/good.ans", "good\nskin");
   WriteWholeFile("skins/sub/deep.ans", "deep");
   WriteWholeFile("secret.txt", "secret");
+  fs::create_directory("skinsplus");  // a neighbour whose name starts with the folder's
+  WriteWholeFile("skinsplus/near.ans", "near");
   WriteWholeFile("skins/long.ans", std::string(3 << 20, 'x') + "\r\nend");
   fs::create_symlink("good.ans", "skins/inlink.ans");
   fs::create_symlink("../secret.txt", "skins/outlink.ans");
@@ -107,6 +109,7 @@ TEST(DisplaySkin, OnlyRegularFilesInsideSkinsAreShown) {
       {"long.ans", std::string(1 << 20, 'x') + "\r\nend"},  // a line keeps its first MiB
       {"gone.ans", ""},
       {"../secret.txt", ""},
+      {"../skinsplus/near.ans", ""},
       {"../../../../../../../../etc/passwd", ""},
       {"/etc/passwd", ""},
       {"outlink.ans", ""},
