@@ -229,15 +229,6 @@ TEST(ReaderRun, FetchFailureEndsAtOnceWithItsMessage) {
   }
 }
 
-TEST(ReaderRun, FetchOfAClosedPortFails) {
-  TReaderSite Site(Feed(1));
-  // Nothing listens on port 1 of the loopback: the connect is refused.
-  WriteWholeFile(Site.Dir.Path / "tamblin.cfg", SettingsText("http://127.0.0.1:1/feed.xml", "tiny.ans"));
-  const auto Run = Site.Run("");
-  EXPECT_EQ(Run.ExitCode, 0) << Describe(Run);
-  EXPECT_EQ(Run.Screen.find(BeforeFirstPaint() + "Error fetching RSS: "), 0u) << Describe(Run);
-}
-
 // -V has the https feed fetched only from a server the system's trust store vouches for; the
 // test's self-signed server is refused then, and read as ever without it.
 TEST(ReaderRun, VerifyOptionRefusesAnUntrustedFeedServer) {
@@ -305,14 +296,6 @@ TEST(ReaderRun, MissingSettingsEndsWith217AndTheTextOnStandardError) {
       }
     }
   }
-}
-
-TEST(ReaderRun, LastSettingsArgumentIsUsed) {
-  TReaderSite Site(Feed(2));
-  Site.Settings("tiny.ans", {}, "b.cfg");
-  const auto Run = Site.Run("q", rlStdio, {"@missing.cfg", "@b.cfg"});
-  EXPECT_EQ(Run.ExitCode, 0) << Describe(Run);
-  EXPECT_EQ(ScreenText(Shown(Run.Screen), 74, 1, 6), "(01/2)");
 }
 
 TEST(ReaderRun, SkinMissingFromSkinsIsReportedAndTheRunGoesOn) {
