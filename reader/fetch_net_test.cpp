@@ -173,6 +173,13 @@ TEST_F(FetchNet, RefusedConnection) {
   const std::string Where = "127.0.0.1:" + std::to_string(FreeLoopbackPort());
   for (const char* Scheme : {"http", "https"})
     EXPECT_EQ(FetchOutcome(std::string(Scheme) + "://" + Where + "/"), "!Connect to " + Where + " failed: ");
+  // Without a port the scheme's own, checked where nothing listens on it.
+  for (const auto& [Url, Port] : {std::pair{"http://127.0.0.1/", ":80 "}, {"https://127.0.0.1/", ":443 "}}) {
+    const std::string Got = FetchOutcome(Url);
+    if (Got.starts_with("!Connect")) {
+      EXPECT_EQ(Got, "!Connect to 127.0.0.1" + std::string(Port) + "failed: ");
+    }
+  }
 }
 
 // A listener whose accept queue is full drops further SYNs, so a connect to it hangs the way
