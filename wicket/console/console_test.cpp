@@ -309,6 +309,7 @@ TEST(ConsoleWriteRaw, FollowsSequencesLikeATerminal) {
       {"abcdefgh\r\nijk\x1b[3J", "        /         4,2 7 7"},
       {"abcdefgh\x1b[1;3H\x1b[2@", "ab  cdef/         3,1 7 7"},
       {"abcdefgh\x1b[1;3H\x1b[2P", "abefgh  /         3,1 7 7"},
+      {"\x1b[2;1Hwxyz\x1b[1;3H\x1b[2P", "        /wxyz     3,1 7 7"},
       {"abcdefgh\x1b[1;3H\x1b[3X", "ab   fgh/         3,1 7 7"},
       {"ab\r\ncd\x1b[1;5H\x1b[L", "        /ab       1,1 7 7"},
       {"ab\r\ncd\x1b[1;5H\x1b[M", "cd      /         1,1 7 7"},
@@ -327,6 +328,8 @@ TEST(ConsoleWriteRaw, FollowsSequencesLikeATerminal) {
        "e",
        "abcde   /         6,1 7 7"},
       {"a\x1b[2\x08;1Hb", "a       /b        2,2 7 7"},
+      {"ab\rc\x1b[2Hd\x1b(/Be", "cb      /de       3,2 7 7"},  // "/" is still an intermediate
+      {"\x1b[1;80Hx\nyz", "        /         2,3 7 7"},        // LF ends a pending wrap
   };
   std::string Want;
   for (const auto& Case : Cases) Want += std::string(Case.Want) + "|";
