@@ -151,6 +151,15 @@ TEST(ConsoleOutput, BytesOnTheTerminal) {
          CursorOff();
          CursorOn();
        }},
+      {"a window from column 1 but not the whole screen is cleared row by row; a cursor set on the "
+       "last column waits for a wrap only there",
+       "\x1b[24;1H\x1b[K\x1b[25;1H\x1b[K\x1b[24;1H\x1b[1;5Hx",
+       [] {
+         Window(1, 24, 80, 25);
+         ClrScr();
+         ConsoleSetCursor({5, 1, true});
+         ConsoleWrite("x");
+       }},
       {"clearing a narrow window or its line end writes blanks",
        "\x1b[2;3H  \x1b[3;3H  \x1b[2;3H\x1b[1;1H\x1b[2;8H   \x1b[2;8H",
        [] {
