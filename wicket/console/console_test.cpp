@@ -160,6 +160,14 @@ TEST(ConsoleOutput, BytesOnTheTerminal) {
          ConsoleSetCursor({5, 1, true});
          ConsoleWrite("x");
        }},
+      {"a pending wrap given back to the door's stream is made again by writing the last cell anew",
+       "\x1b[1;80Hx\r\nz\x1b[1;80Hxy",
+       [] {
+         ConsoleWriteRaw("\x1b[1;80Hx");
+         ConsoleWrite("\r\nz");
+         ConsoleSetCursor({80, 1, true});
+         ConsoleWriteRaw("y");
+       }},
       {"clearing a narrow window or its line end writes blanks",
        "\x1b[2;3H  \x1b[3;3H  \x1b[2;3H\x1b[1;1H\x1b[2;8H   \x1b[2;8H",
        [] {
