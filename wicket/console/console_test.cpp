@@ -57,11 +57,13 @@ TEST(ConsoleStart, WithoutAnswerHomesTheCursor) {
   const auto Started = std::chrono::steady_clock::now();
   TChildRun Run = RunConsoleChild(Options, [] {
     ConsoleInit();
-    return Say({ScreenWidth, ScreenHeight, Cursor()});
+    const std::string Home = Cursor();
+    ConsoleWrite("ab");
+    return Say({ScreenWidth, ScreenHeight, Home, Cursor(), ShadowText(1, 1, 3)});
   });
   EXPECT_GE(std::chrono::steady_clock::now() - Started, std::chrono::milliseconds(900));
-  EXPECT_EQ(Run.Report, "80 25 1,1");
-  EXPECT_EQ(Visible(Run.Output), Visible("\x1b[6n\x1b[H\x1b[m"));
+  EXPECT_EQ(Run.Report, "80 25 1,1 3,1 ab.");
+  EXPECT_EQ(Visible(Run.Output), Visible("\x1b[6n\x1b[H\x1b[mab"));
 }
 
 // Each way out of the process puts the terminal back into the mode it had before the door.
