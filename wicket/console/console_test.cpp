@@ -104,6 +104,22 @@ TEST(ConsoleStart, TerminalRestoredOnEveryWayOut) {
   }
 }
 
+// A door that put the terminal back itself (to run another program, say) and changed it after
+// that keeps its change: the way out restores once only.
+TEST(ConsoleStart, TerminalRestoredOnceOnly) {
+  TChildRun Run = RunConsoleChild({}, [] {
+    ConsoleInit();
+    ConsoleRestoreTerminal();
+    termios Mode;
+    tcgetattr(1, &Mode);
+    Mode.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(1, TCSANOW, &Mode);
+    return std::string();
+  });
+  EXPECT_EQ(Run.After.c_lflag & ECHO, 0u);
+  EXPECT_NE(Run.Before.c_lflag & ECHO, 0u);
+}
+
 TEST(ConsoleStart, IgnoredHangupStaysIgnored) {
   TChildRun Run = RunConsoleChild({}, [] {
     signal(SIGHUP, SIG_IGN);
