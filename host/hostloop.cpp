@@ -43,8 +43,18 @@ constexpr char BACK_AT_HOST[] = "\x1b[0m\r\nBack at the host.\r\n";
 constexpr char TELNET_WILL_SGA[] = "\xFF\xFB\x03";
 constexpr char ALL_NODES_BUSY[] = "All nodes are busy. Please call back later.\r\n";
 // How long a hung-up caller may go on sending, or leave the host's last bytes unread, before
-// the host closes its end regardless.
-constexpr auto LINGER_TIME = std::chrono::seconds(2);
+// the host closes its end regardless: 2 s, or WICKET_HOST_LINGER_MS milliseconds (tests turn
+// it down).
+static std::chrono::milliseconds LingerTime() {
+  static const std::chrono::milliseconds Time = [] {
+    const char* Value = std::getenv("WICKET_HOST_LINGER_MS");
+    char* End = nullptr;
+    const long Ms = Value != nullptr && *Value != '\0' ? std::strtol(Value, &End, 10) : -1;
+    return std::chrono::milliseconds(End != nullptr && *End == '\0' && Ms >= 0 && Ms <= 60000 ? Ms : 2000);
+  }();
+  return Time;
+}
+
 // What the relay holds for each direction before it stops reading the sender: a caller who
 // reads nothing makes the door's own writes wait, not the host's memory grow.
 constexpr size_t RELAY_LIMIT = 64 * 1024;
@@ -80,7 +90,7 @@ struct THostSession {
 // output, the host's line), then a FIN, and its late input is read and dropped until it closes
 // too: closing with unread input would answer with a reset, and a reset can throw away the
 // last line before the caller's program has read it. A caller who stops reading or sending for
-// LINGER_TIME is closed regardless.
+// LingerTime() is closed regardless.
 struct TLingeringCaller {
   int Socket = -1;
   TClock::time_point CloseAt;
@@ -351,7 +361,7 @@ static bool DropInput(int ASocket) {
 // lingers until the caller closes too. Never waits: what the caller doesn't take at once is
 // sent from the loop, for as long as the caller keeps taking it.
 static void HangUpCaller(int ASocket, std::string ALast) {
-  TLingeringCaller Caller{ASocket, TClock::now() + LINGER_TIME, std::move(ALast)};
+  TLingeringCaller Caller{ASocket, TClock::now() + LingerTime(), std::move(ALast)};
   const bool LineOk = SendNow(ASocket, Caller.Pending);
   Caller.InputDone = !DropInput(ASocket);
   if (!LineOk || (Caller.InputDone && Caller.Pending.empty())) {
@@ -368,7 +378,7 @@ static bool ServeLingering(TLingeringCaller& ACaller) {
   if (!ACaller.Pending.empty()) {
     const size_t Before = ACaller.Pending.size();
     if (!SendNow(ACaller.Socket, ACaller.Pending)) return false;
-    if (ACaller.Pending.size() < Before) ACaller.CloseAt = TClock::now() + LINGER_TIME;
+    if (ACaller.Pending.size() < Before) ACaller.CloseAt = TClock::now() + LingerTime();
     if (ACaller.Pending.empty()) shutdown(ACaller.Socket, SHUT_WR);
   }
   return !(ACaller.InputDone && ACaller.Pending.empty());

@@ -97,12 +97,9 @@ void StartHost(THost& AHost, const std::vector<std::string>& AOptions,
   std::vector<char*> Argv;
   for (auto& Arg : Args) Argv.push_back(Arg.data());
   Argv.push_back(nullptr);
-  std::vector<std::string> Env = {"TMPDIR=" + (AHost.Dir.Path / "tmp").string(), "WICKET_STOP_PAUSE_MS=0"};
-  for (char** Var = environ; *Var != nullptr; ++Var)
-    if (std::strncmp(*Var, "TMPDIR=", 7) != 0) Env.push_back(*Var);
-  std::vector<char*> Envp;
-  for (auto& Var : Env) Envp.push_back(Var.data());
-  Envp.push_back(nullptr);
+  std::vector<std::string> Env =
+      TamblinEnvironment({"TMPDIR=" + (AHost.Dir.Path / "tmp").string(), "WICKET_HOST_LINGER_MS=100"});
+  const std::vector<char*> Envp = EnvironmentPointers(Env);
   fs::create_directories(AHost.Dir.Path / "tmp");
   const std::string LogPath = AHost.Log.string();
   const rlimit Limit = {AHost.FdLimit, AHost.FdLimit};
