@@ -15,8 +15,8 @@ struct TReaderRunSetup {
   std::vector<std::string> Args;  // after the link options ("-S-1 -N1" or "-S3 -N1")
   std::string Keys;               // what the caller types, sent at once
   TReaderLink Link = rlStdio;
-  int TimeoutMs = 20000;  // the run is killed after this
-  std::string Program = "tamblin";      // which program of the build folder runs
+  int TimeoutMs = 20000;                 // the run is killed after this
+  std::string Program = "tamblin";       // which program of the build folder runs
   std::vector<std::string> Environment;  // "NAME=value" each, over the rig's own
 };
 
