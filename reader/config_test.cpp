@@ -150,6 +150,8 @@ TEST(LoadConfig, ByteOrderMarksAreDecodedAndNotPartOfLineOne) {
   EXPECT_EQ(Load("\xFE\xFF").Url, "");
   // The last code point there is, from the highest pair of surrogates.
   EXPECT_EQ(Load(Utf16(u"\U0010FFFF", true)).Url, "\xF4\x8F\xBF\xBF");
+  // A high surrogate in the last whole unit pairs with nothing, not with the odd byte after it.
+  EXPECT_EQ(Load("\xFE\xFF\x00g\xD8\x00\xDC"s).Url, "g\xEF\xBF\xBD");
 }
 
 TEST(LoadConfig, StopsReadingADeviceNamedByMistake) {
