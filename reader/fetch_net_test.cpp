@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -22,15 +23,29 @@ namespace {
 
 using namespace std::chrono_literals;
 
+size_t OpenDescriptors() {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                           std::filesystem::directory_iterator()));
+}
+
+// Every test starts from the shipped settings, and no fetch leaves a descriptor open.
 struct FetchNet : ::testing::Test {
-  void SetUp() override {
+  size_t OpenAtStart = 0;
+  void Reset() {
     FetchIoTimeoutMs = 30000;
     FetchConnectTimeoutMs = 3000;
     FetchVerifyPeer = false;
     FetchAddWatch = nullptr;
     FetchGiveUp = nullptr;
   }
-  void TearDown() override { SetUp(); }
+  void SetUp() override {
+    Reset();
+    OpenAtStart = OpenDescriptors();
+  }
+  void TearDown() override {
+    Reset();
+    EXPECT_EQ(OpenDescriptors(), OpenAtStart);
+  }
 };
 
 // While it lives, SIGALRM comes every 10 ms to a handler that does nothing, without SA_RESTART:

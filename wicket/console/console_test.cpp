@@ -357,6 +357,7 @@ TEST(ConsoleWriteRaw, FollowsSequencesLikeATerminal) {
        "c\x1b[7`d",
        "     cd /  a b    8,1 7 7"},
       {"\tx\x1b[H\by\x0by\rz\x0cw", "y       /zy       3,3 7 7"},
+      {"a\x1b[1;3H\tb", "a       /         10,1 7 7"},
       {"\x1b[1;33;44ma\x1b[0;95;101mb\r\n\x1b[7mc\x1b[5;22;25m", "ab      /c        2,2 30 92"},
       {"\x1b[92mx\x1b[39;49;1;5mx\x1b[38;5;1mq\r\n\x1b[1m\x1b[100md", "xxq     /d        2,2 10 143"},
       {"\x1b[?25la\x1b(Bb\x1b[1 qc\x1b#8d\x1b[12\x18"
